@@ -1,0 +1,29 @@
+// A fresh temporary folder for one test, removed with everything in it when the test ends.
+#pragma once
+
+#include <filesystem>
+#include <string>
+
+namespace velk::testing {
+
+class TempDir {
+ public:
+  TempDir();
+  ~TempDir();
+  TempDir(const TempDir&) = delete;
+  TempDir& operator=(const TempDir&) = delete;
+
+  const std::filesystem::path& path() const { return path_; }
+  std::filesystem::path file(const std::string& name) const { return path_ / name; }
+
+  /// Writes `text` to a file in the folder and returns its path.
+  std::filesystem::path write(const std::string& name, const std::string& text) const;
+
+ private:
+  std::filesystem::path path_;
+};
+
+/// The path of a file below the source tree (tests read fixtures through this).
+std::filesystem::path sourcePath(const std::string& relative);
+
+}  // namespace velk::testing
