@@ -59,7 +59,11 @@ class Calendar {
   std::int64_t yearsBetween(Date from, Date to) const;
 
  private:
+  // The zone's rules, looked up once; every operation works on a private copy of this calendar,
+  // so that one Calendar value can be used from many threads at once.
+  struct Prototype;
   std::string zone_;
+  std::shared_ptr<const Prototype> prototype_;
 };
 
 }  // namespace velk::platform
