@@ -16,8 +16,10 @@
 
 #include <atomic>
 #include <filesystem>
+#include <iomanip>
 #include <memory>
 #include <optional>
+#include <ostream>
 #include <string>
 #include <vector>
 
@@ -26,6 +28,13 @@
 #include "velk/platform/Device.h"
 #include "velk/platform/DispatchQueue.h"
 #include "velk/platform/UserDefaults.h"
+
+namespace velk {
+/// Lets test failures show dates as seconds since the reference moment.
+inline void PrintTo(Date date, std::ostream* out) {
+  *out << "Date(" << std::setprecision(17) << date.timeIntervalSinceReferenceDate() << ")";
+}
+}  // namespace velk
 
 namespace velk::testing {
 
@@ -37,10 +46,10 @@ struct TestDeviceOptions {
   std::string timeZone = "UTC";  ///< IANA identifier
   std::vector<std::string> preferredLanguages{"en"};
   platform::OSVersion osVersion{};
-  std::optional<Date> now;  ///< the fixed "now"; absent means TestDevice::kDefaultNow
-  std::shared_ptr<platform::HealthDatabase> healthDatabase;  ///< may stay null
-  std::shared_ptr<platform::UserDefaults> userDefaults;      ///< absent: a fresh file-backed store
-  std::shared_ptr<platform::MainQueue> mainQueue;            ///< absent: a new MainQueue
+  std::optional<Date> now{};  ///< the fixed "now"; absent means TestDevice::kDefaultNow
+  std::shared_ptr<platform::HealthDatabase> healthDatabase{};  ///< may stay null
+  std::shared_ptr<platform::UserDefaults> userDefaults{};  ///< absent: a fresh file-backed store
+  std::shared_ptr<platform::MainQueue> mainQueue{};        ///< absent: a new MainQueue
 };
 
 class TestDevice {

@@ -1,0 +1,133 @@
+#include "velk/platform/DateFormatter.h"
+
+#include <unicode/calendar.h>
+#include <unicode/locid.h>
+#include <unicode/parsepos.h>
+#include <unicode/smpdtfmt.h>
+#include <unicode/timezone.h>
+#include <unicode/unistr.h>
+
+#include <cstdio>
+#include <cstdlib>
+#include <mutex>
+#include <utility>
+
+#include "velk/platform/Calendar.h"
+#include "velk/platform/Device.h"
+
+namespace velk::platform {
+namespace {
+
+constexpr double kMillisecondsPerSecond = 1000.0;
+
+[[noreturn]] void stop(const std::string& message) {
+  std::fprintf(stderr, "velk: %s\n", message.c_str());
+  std::abort();
+}
+
+// Hosts hand over BCP 47 tags ("en-US"); ICU's own names use underscores ("en_US"). Either works.
+icu::Locale makeLocale(const std::string& identifier) {
+  if (identifier.find('-') != std::string::npos) {
+    UErrorCode status = U_ZERO_ERROR;
+    icu::Locale tagged = icu::Locale::forLanguageTag(identifier, status);
+    if (U_SUCCESS(status) && !tagged.isBogus()) {
+      return tagged;
+    }
+  }
+  return icu::Locale(identifier.c_str());
+}
+
+icu::TimeZone* makeZone(const std::string& identifier) {
+  if (!Calendar::isKnownTimeZone(identifier)) {
+    stop("unknown time zone identifier \"" + identifier + "\" for a date formatter");
+  }
+  return icu::TimeZone::createTimeZone(icu::UnicodeString::fromUTF8(identifier));
+}
+
+}  // namespace
+
+// The ICU formatter and the zone it was last set to. SimpleDateFormat keeps a calendar that it
+// changes while it works, so every use holds the mutex.
+struct DateFormatter::Shared {
+  std::string pattern;
+  std::optional<std::string> zone;
+  std::string locale;
+
+  std::mutex mutex;
+  std::unique_ptr<icu::SimpleDateFormat> format;
+  std::string appliedZone;
+
+  // Called with the mutex held: puts the device's current zone in place for a formatter that
+  // follows the device.
+  void followDevice() {
+    if (zone) {
+      return;
+    }
+    const std::string& current = Device::current()->timeZone();
+    if (current != appliedZone) {
+      format->adoptTimeZone(makeZone(current));
+      appliedZone = current;
+    }
+  }
+};
+
+DateFormatter::DateFormatter(std::string pattern, std::optional<std::string> timeZoneIdentifier,
+                             std::string localeIdentifier)
+    : shared_(std::make_shared<Shared>()) {
+  shared_->pattern = std::move(pattern);
+  shared_->zone = std::move(timeZoneIdentifier);
+  shared_->locale = std::move(localeIdentifier);
+
+  UErrorCode status = U_ZERO_ERROR;
+  shared_->format = std::make_unique<icu::SimpleDateFormat>(
+      icu::UnicodeString::fromUTF8(shared_->pattern), makeLocale(shared_->locale), status);
+  if (U_FAILURE(status)) {
+    stop("date format pattern \"" + shared_->pattern + "\" is not usable: " + u_errorName(status));
+  }
+  // As the platform's formatters: parsing is strict unless asked otherwise, and a wall time that
+  // occurs twice reads as its first occurrence, as the calendar reads it.
+  shared_->format->setLenient(false);
+  std::unique_ptr<icu::Calendar> calendar(shared_->format->getCalendar()->clone());
+  calendar->setRepeatedWallTimeOption(UCAL_WALLTIME_FIRST);
+  shared_->format->adoptCalendar(calendar.release());
+  if (shared_->zone) {
+    shared_->format->adoptTimeZone(makeZone(*shared_->zone));
+    shared_->appliedZone = *shared_->zone;
+  }
+}
+
+std::string DateFormatter::string(Date date) const {
+  std::lock_guard lock(shared_->mutex);
+  shared_->followDevice();
+  icu::UnicodeString text;
+  shared_->format->format(date.timeIntervalSince1970() * kMillisecondsPerSecond, text);
+  std::string result;
+  text.toUTF8String(result);
+  return result;
+}
+
+std::optional<Date> DateFormatter::date(const std::string& text) const {
+  const icu::UnicodeString input = icu::UnicodeString::fromUTF8(text);
+  std::lock_guard lock(shared_->mutex);
+  shared_->followDevice();
+  icu::ParsePosition position(0);
+  const UDate milliseconds = shared_->format->parse(input, position);
+  if (position.getErrorIndex() >= 0 || position.getIndex() != input.length()) {
+    return std::nullopt;
+  }
+  return Date::fromUnixSeconds(milliseconds / kMillisecondsPerSecond);
+}
+
+const std::string& DateFormatter::pattern() const {
+  return shared_->pattern;
+}
+
+const std::optional<std::string>& DateFormatter::timeZoneIdentifier() const {
+  return shared_->zone;
+}
+
+const std::string& DateFormatter::localeIdentifier() const {
+  return shared_->locale;
+}
+
+}  // namespace velk::platform
