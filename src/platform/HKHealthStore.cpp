@@ -1,0 +1,232 @@
+#include "velk/platform/HKHealthStore.h"
+
+#include <algorithm>
+#include <cstdio>
+#include <cstdlib>
+
+#include "velk/platform/CanonicalUnits.h"
+#include "velk/platform/Device.h"
+#include "velk/platform/HealthDatabase.h"
+
+namespace velk::platform {
+namespace {
+
+// The platform's code for "health data is not available on this device".
+constexpr std::int64_t kHealthDataUnavailableCode = 1;
+
+Error healthDataUnavailable() {
+  return Error(kHealthKitErrorDomain, kHealthDataUnavailableCode,
+               "Health data is unavailable on this device");
+}
+
+// Why a query cannot be answered with data: the device has none, the type fails, or the type is
+// set to answer with nothing at all. Absent when the query runs normally.
+struct Refusal {
+  std::optional<Error> error;
+};
+
+std::optional<Refusal> refusalFor(const HealthDatabase& database, const std::string& type) {
+  if (!database.isHealthDataAvailable()) {
+    return Refusal{healthDataUnavailable()};
+  }
+  if (auto error = database.queryError(type)) {
+    return Refusal{std::move(error)};
+  }
+  if (database.answersWithoutSamples(type)) {
+    return Refusal{std::nullopt};
+  }
+  return std::nullopt;
+}
+
+std::vector<StoredSample> matchingSamples(const HealthDatabase& database, const std::string& type,
+                                          const std::optional<NSPredicate>& predicate) {
+  const NSPredicate::DateBounds bounds =
+      predicate ? predicate->dateBounds() : NSPredicate::DateBounds{};
+  auto samples = database.samples(type, bounds.start, bounds.end);
+  if (predicate) {
+    std::erase_if(samples, [&predicate](const StoredSample& s) { return !predicate->evaluate(s); });
+  }
+  return samples;
+}
+
+Date sortKey(const StoredSample& sample, const std::string& key) {
+  if (key == HKSampleSortIdentifierStartDate) {
+    return sample.start;
+  }
+  if (key == HKSampleSortIdentifierEndDate) {
+    return sample.end;
+  }
+  std::fprintf(stderr, "velk: cannot sort samples by \"%s\"\n", key.c_str());
+  std::abort();
+}
+
+// Sorts by the descriptors in turn; samples equal under all of them keep the stored order.
+void sortSamples(std::vector<StoredSample>& samples,
+                 const std::vector<NSSortDescriptor>& descriptors) {
+  if (descriptors.empty()) {
+    return;
+  }
+  for (const NSSortDescriptor& descriptor : descriptors) {
+    sortKey(StoredSample{}, descriptor.key);  // an unknown key stops here, not mid-sort
+  }
+  std::stable_sort(samples.begin(), samples.end(),
+                   [&descriptors](const StoredSample& a, const StoredSample& b) {
+                     for (const NSSortDescriptor& descriptor : descriptors) {
+                       const Date x = sortKey(a, descriptor.key);
+                       const Date y = sortKey(b, descriptor.key);
+                       if (x != y) {
+                         return descriptor.ascending ? x < y : x > y;
+                       }
+                     }
+                     return false;
+                   });
+}
+
+std::shared_ptr<const HKSample> makeSample(const HKObjectType& type, const StoredSample& stored) {
+  HKSampleHeader header{type,
+                        stored.start,
+                        stored.end,
+                        stored.sourceBundleIdentifier,
+                        stored.sourceName,
+                        stored.wasUserEntered};
+  if (stored.kind == SampleKind::quantity) {
+    return std::make_shared<const HKQuantitySample>(std::move(header),
+                                                    HKQuantity(*stored.unit, stored.value));
+  }
+  return std::make_shared<const HKCategorySample>(std::move(header),
+                                                  static_cast<std::int64_t>(stored.value));
+}
+
+struct SampleAnswer {
+  std::optional<HKSampleList> samples;
+  std::optional<Error> error;
+};
+
+SampleAnswer answerSampleQuery(const HealthDatabase& database, const HKSampleQuery& query) {
+  const std::string& type = query.sampleType().identifier();
+  if (auto refusal = refusalFor(database, type)) {
+    return {std::nullopt, std::move(refusal->error)};
+  }
+  auto samples = matchingSamples(database, type, query.predicate());
+  sortSamples(samples, query.sortDescriptors());
+  if (query.limit() != HKObjectQueryNoLimit &&
+      samples.size() > static_cast<std::size_t>(query.limit())) {
+    samples.resize(static_cast<std::size_t>(query.limit()));
+  }
+  HKSampleList list;
+  list.reserve(samples.size());
+  for (const StoredSample& sample : samples) {
+    list.push_back(makeSample(query.sampleType(), sample));
+  }
+  return {std::move(list), std::nullopt};
+}
+
+struct CollectionAnswer {
+  std::optional<HKStatisticsCollection> collection;
+  std::optional<Error> error;
+};
+
+CollectionAnswer answerCollectionQuery(const HealthDatabase& database,
+                                       const HKStatisticsCollectionQuery& query,
+                                       const std::string& timeZone) {
+  const std::string& type = query.quantityType().identifier();
+  if (auto refusal = refusalFor(database, type)) {
+    return {std::nullopt, std::move(refusal->error)};
+  }
+  auto samples = matchingSamples(database, type, query.predicate());
+  // Only quantity samples can be summed; a sample of another kind under the type is not data.
+  std::erase_if(samples, [](const StoredSample& s) { return s.kind != SampleKind::quantity; });
+  HKUnit unit = HKUnit::countUnit();
+  if (auto canonical = canonicalUnitForQuantityType(type)) {
+    unit = *canonical;
+  } else if (!samples.empty()) {
+    unit = *samples.front().unit;
+  }
+  auto summable = std::make_shared<std::vector<SummableSample>>();
+  summable->reserve(samples.size());
+  for (const StoredSample& sample : samples) {
+    summable->push_back(SummableSample{sample.start, sample.end,
+                                       sample.unit->convert(sample.value, unit),
+                                       sample.sourceBundleIdentifier});
+  }
+  const bool sums = (static_cast<unsigned>(query.options()) &
+                     static_cast<unsigned>(HKStatisticsOptions::cumulativeSum)) != 0;
+  return {HKStatisticsCollection(query.quantityType(), unit, sums, query.anchorDate(),
+                                 query.interval(), timeZone, std::move(summable)),
+          std::nullopt};
+}
+
+}  // namespace
+
+HKHealthStore::HKHealthStore() : database_(HealthDatabase::ofCurrentDevice()) {}
+
+bool HKHealthStore::isHealthDataAvailable() {
+  return HealthDatabase::ofCurrentDevice()->isHealthDataAvailable();
+}
+
+void HKHealthStore::executeQuery(HKSampleQuery query) const {
+  database_->callbackQueue()->async([database = database_, query = std::move(query)] {
+    SampleAnswer answer = answerSampleQuery(*database, query);
+    if (query.resultsHandler()) {
+      query.resultsHandler()(query, std::move(answer.samples), std::move(answer.error));
+    }
+  });
+}
+
+void HKHealthStore::executeQuery(HKStatisticsCollectionQuery query) const {
+  // The intervals follow the calendar of the device at the moment the query is started.
+  std::string timeZone = Device::current()->timeZone();
+  database_->callbackQueue()->async(
+      [database = database_, query = std::move(query), timeZone = std::move(timeZone)] {
+        CollectionAnswer answer = answerCollectionQuery(*database, query, timeZone);
+        if (query.initialResultsHandler) {
+          query.initialResultsHandler(query, std::move(answer.collection), std::move(answer.error));
+        }
+      });
+}
+
+void HKHealthStore::requestAuthorization(std::optional<std::set<HKObjectType>> shareTypes,
+                                         std::set<HKObjectType> readTypes,
+                                         AuthorizationCompletion completion) const {
+  (void)shareTypes;
+  std::set<std::string> identifiers;
+  for (const HKObjectType& type : readTypes) {
+    identifiers.insert(type.identifier());
+  }
+  database_->recordAuthorizationRequest(std::move(identifiers));
+  database_->callbackQueue()->async([database = database_, completion = std::move(completion)] {
+    if (!completion) {
+      return;
+    }
+    if (!database->isHealthDataAvailable()) {
+      completion(false, healthDataUnavailable());
+      return;
+    }
+    AuthorizationAnswer answer = database->authorizationAnswer();
+    completion(answer.success, std::move(answer.error));
+  });
+}
+
+Result<DateComponents> HKHealthStore::dateOfBirthComponents() const {
+  if (!database_->isHealthDataAvailable()) {
+    return Result<DateComponents>::failure(healthDataUnavailable());
+  }
+  auto dateOfBirth = database_->characteristics().dateOfBirth;
+  if (auto* error = std::get_if<Error>(&dateOfBirth)) {
+    return Result<DateComponents>::failure(*error);
+  }
+  return Result<DateComponents>::success(std::get<DateComponents>(dateOfBirth));
+}
+
+Result<HKBiologicalSexObject> HKHealthStore::biologicalSex() const {
+  if (!database_->isHealthDataAvailable()) {
+    return Result<HKBiologicalSexObject>::failure(healthDataUnavailable());
+  }
+  auto sex = database_->characteristics().biologicalSex;
+  if (auto* error = std::get_if<Error>(&sex)) {
+    return Result<HKBiologicalSexObject>::failure(*error);
+  }
+  return Result<HKBiologicalSexObject>::success(HKBiologicalSexObject(std::get<std::int64_t>(sex)));
+}
+
+}  // namespace velk::platform

@@ -1,0 +1,42 @@
+#include "velk/platform/HealthDatabase.h"
+
+#include "velk/platform/Device.h"
+#include "velk/platform/InMemoryHealthDatabase.h"
+
+namespace velk::platform {
+
+HealthDatabase::HealthDatabase() = default;
+HealthDatabase::~HealthDatabase() = default;
+
+std::shared_ptr<HealthDatabase> HealthDatabase::ofCurrentDevice() {
+  if (auto database = Device::current()->healthDatabase()) {
+    return database;
+  }
+  static const auto unavailable = [] {
+    HealthDatabaseSettings settings;
+    settings.healthDataAvailable = false;
+    return std::make_shared<InMemoryHealthDatabase>(std::move(settings), Characteristics{},
+                                                    std::vector<SampleRecord>{});
+  }();
+  return unavailable;
+}
+
+std::shared_ptr<SerialQueue> HealthDatabase::callbackQueue() const {
+  std::lock_guard lock(mutex_);
+  if (!queue_) {
+    queue_ = SerialQueue::make("com.apple.healthkit.callbacks");
+  }
+  return queue_;
+}
+
+void HealthDatabase::recordAuthorizationRequest(std::set<std::string> readTypes) {
+  std::lock_guard lock(mutex_);
+  authorizationRequests_.push_back(std::move(readTypes));
+}
+
+std::vector<std::set<std::string>> HealthDatabase::authorizationRequests() const {
+  std::lock_guard lock(mutex_);
+  return authorizationRequests_;
+}
+
+}  // namespace velk::platform

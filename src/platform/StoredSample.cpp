@@ -1,0 +1,38 @@
+#include "velk/platform/StoredSample.h"
+
+namespace velk::platform {
+
+std::optional<StoredSample> StoredSample::from(const SampleRecord& record) {
+  StoredSample sample;
+  sample.type = InternedString(record.type);
+  sample.sourceBundleIdentifier = InternedString(record.sourceBundleIdentifier);
+  sample.sourceName = InternedString(record.sourceName);
+  if (record.kind == SampleKind::quantity) {
+    sample.unit = HKUnit::unitFromString(record.unit);
+    if (!sample.unit) {
+      return std::nullopt;
+    }
+  }
+  sample.value = record.value;
+  sample.start = record.start;
+  sample.end = record.end;
+  sample.kind = record.kind;
+  sample.wasUserEntered = record.wasUserEntered;
+  return sample;
+}
+
+SampleRecord StoredSample::record() const {
+  SampleRecord record;
+  record.type = type.str();
+  record.kind = kind;
+  record.value = value;
+  record.unit = unit ? unit->unitString() : std::string();
+  record.start = start;
+  record.end = end;
+  record.sourceBundleIdentifier = sourceBundleIdentifier.str();
+  record.sourceName = sourceName.str();
+  record.wasUserEntered = wasUserEntered;
+  return record;
+}
+
+}  // namespace velk::platform
