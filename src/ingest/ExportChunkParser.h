@@ -1,0 +1,46 @@
+// Parsing one part of an export's body: a run of whole top-level elements, fed to expat as a
+// fragment under a root of its own. Where expat finds the XML broken, the part is parsed again
+// from the next top-level element on, so that one broken record costs that record only.
+#pragma once
+
+#include <cstdint>
+#include <optional>
+#include <string>
+#include <string_view>
+#include <vector>
+
+#include "velk/ingest/ExportReport.h"
+#include "velk/ingest/SourceIdentifierRule.h"
+#include "velk/platform/SampleRecord.h"
+
+namespace velk::ingest {
+
+struct ExportChunk {
+  std::string bytes;
+  std::uint64_t firstLine = 1;  ///< the file's line on which `bytes` starts
+};
+
+struct ChunkResult {
+  std::vector<platform::SampleRecord> records;
+  std::optional<platform::Characteristics> characteristics;
+  ExportReport report;
+};
+
+/// The settings that hold for every part of one export.
+struct ChunkContext {
+  const SourceIdentifierRule* sources = nullptr;
+  std::optional<Date> exportDate;
+  /// The blanks before top-level elements at the start of their line (" " in Apple's exports).
+  std::string indent;
+};
+
+ChunkResult parseChunk(const ExportChunk& chunk, const ChunkContext& context);
+
+/// The offset of the first line at or after `from` that starts with `indent` and then an
+/// element's start tag ("\n <Record"), or npos.
+std::size_t nextTopLevelStart(std::string_view text, std::size_t from, std::string_view indent);
+
+/// The offset of the last such line start after offset 0, or npos.
+std::size_t lastTopLevelStart(std::string_view text, std::string_view indent);
+
+}  // namespace velk::ingest

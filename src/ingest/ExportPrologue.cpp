@@ -1,0 +1,137 @@
+#include "ExportPrologue.h"
+
+namespace velk::ingest {
+
+namespace {
+
+bool isSpace(char c) {
+  return c == ' ' || c == '\t' || c == '\n' || c == '\r';
+}
+
+constexpr std::string_view kRootName = "HealthData";
+
+// The end of a DOCTYPE declaration that starts at `at`, or npos when not in `text` yet. The
+// internal subset ends at "]" followed by ">" (blanks between allowed); a broken subset whose
+// end cannot be found still ends where the root element starts, since no declaration in a
+// subset starts with "<HealthData".
+std::size_t doctypeEnd(std::string_view text, std::size_t at) {
+  const auto open = text.find('[', at);
+  const auto close = text.find('>', at);
+  if (close == std::string_view::npos) {
+    return std::string_view::npos;
+  }
+  if (open == std::string_view::npos || close < open) {
+    return close + 1;
+  }
+  for (auto bracket = text.find(']', open); bracket != std::string_view::npos;
+       bracket = text.find(']', bracket + 1)) {
+    auto after = bracket + 1;
+    while (after < text.size() && isSpace(text[after])) {
+      ++after;
+    }
+    if (after < text.size() && text[after] == '>') {
+      return after + 1;
+    }
+  }
+  for (auto root = text.find("<HealthData", open); root != std::string_view::npos;
+       root = text.find("<HealthData", root + 1)) {
+    const auto after = root + 1 + kRootName.size();
+    if (after < text.size() && (isSpace(text[after]) || text[after] == '>' || text[after] == '/')) {
+      return root;
+    }
+  }
+  return std::string_view::npos;
+}
+
+}  // namespace
+
+PrologueScan scanPrologue(std::string_view head) {
+  PrologueScan scan;
+  std::size_t at = 0;
+  if (head.substr(0, 3) == "\xEF\xBB\xBF") {
+    at = 3;
+  }
+  while (true) {
+    while (at < head.size() && isSpace(head[at])) {
+      ++at;
+    }
+    if (at >= head.size()) {
+      return scan;
+    }
+    if (head[at] != '<') {
+      scan.status = PrologueScan::Status::notXml;
+      return scan;
+    }
+    const auto rest = head.substr(at);
+    std::size_t end = std::string_view::npos;
+    if (rest.size() < 9) {
+      return scan;
+    } else if (rest.substr(0, 2) == "<?") {
+      end = head.find("?>", at);
+      end = end == std::string_view::npos ? end : end + 2;
+    } else if (rest.substr(0, 4) == "<!--") {
+      end = head.find("-->", at);
+      end = end == std::string_view::npos ? end : end + 3;
+    } else if (rest.substr(0, 9) == "<!DOCTYPE") {
+      end = doctypeEnd(head, at);
+    } else if (rest[1] == '!' || rest[1] == '/') {
+      scan.status = PrologueScan::Status::notXml;
+      return scan;
+    } else {
+      // The root start tag: its name, then attributes up to ">" (quoted values may hold ">").
+      std::size_t nameEnd = at + 1;
+      while (nameEnd < head.size() && !isSpace(head[nameEnd]) && head[nameEnd] != '>' &&
+             head[nameEnd] != '/') {
+        ++nameEnd;
+      }
+      char quote = '\0';
+      for (auto i = nameEnd; i < head.size(); ++i) {
+        const char c = head[i];
+        if (quote != '\0') {
+          quote = c == quote ? '\0' : quote;
+        } else if (c == '"' || c == '\'') {
+          quote = c;
+        } else if (c == '>') {
+          scan.status = PrologueScan::Status::found;
+          scan.rootName = std::string(head.substr(at + 1, nameEnd - at - 1));
+          scan.bodyStart = i + 1;
+          scan.rootIsEmpty = head[i - 1] == '/';
+          return scan;
+        }
+      }
+      return scan;
+    }
+    if (end == std::string_view::npos) {
+      return scan;
+    }
+    at = end;
+  }
+}
+
+std::size_t replaceControlCharacters(char* data, std::size_t size) {
+  std::size_t replaced = 0;
+  for (std::size_t i = 0; i < size; ++i) {
+    const auto c = static_cast<unsigned char>(data[i]);
+    const bool forbidden = c < 0x20 && c != '\t' && c != '\n' && c != '\r';
+    replaced += forbidden ? 1 : 0;
+    data[i] = forbidden ? ' ' : data[i];
+  }
+  return replaced;
+}
+
+std::string_view findExportDateValue(std::string_view text) {
+  const auto element = text.find("<ExportDate");
+  if (element == std::string_view::npos) {
+    return {};
+  }
+  const auto close = text.find('>', element);
+  const auto value = text.find("value=\"", element);
+  if (value == std::string_view::npos || value > close) {
+    return {};
+  }
+  const auto start = value + 7;
+  const auto end = text.find('"', start);
+  return end == std::string_view::npos ? std::string_view{} : text.substr(start, end - start);
+}
+
+}  // namespace velk::ingest

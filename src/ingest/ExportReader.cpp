@@ -1,0 +1,256 @@
+#include "velk/ingest/ExportReader.h"
+
+#include <algorithm>
+#include <deque>
+#include <future>
+#include <string>
+#include <string_view>
+
+#include "ExportChunkParser.h"
+#include "ExportPrologue.h"
+#include "velk/ingest/ExportDate.h"
+#include "velk/ingest/ExportErrors.h"
+
+namespace velk::ingest {
+
+namespace {
+
+constexpr std::size_t kReadBlock = std::size_t{1} << 20;
+// A prologue longer than this is no export's: the export DTD is about 10 KiB.
+constexpr std::size_t kPrologueLimit = std::size_t{16} << 20;
+// A body without line breaks at top-level elements cannot be cut there; parts then grow to
+// this size and are cut before the last "<Record" instead.
+constexpr std::size_t kUncutLimit = std::size_t{64} << 20;
+
+std::uint64_t countLines(std::string_view text) {
+  return static_cast<std::uint64_t>(std::count(text.begin(), text.end(), '\n'));
+}
+
+// The blanks before the first element that starts a line in the body, e.g. " ".
+std::string learnIndent(std::string_view body) {
+  for (auto newline = body.find('\n'); newline != std::string_view::npos;
+       newline = body.find('\n', newline + 1)) {
+    auto at = newline + 1;
+    while (at < body.size() && (body[at] == ' ' || body[at] == '\t')) {
+      ++at;
+    }
+    if (at < body.size() && body[at] == '<') {
+      return std::string(body.substr(newline + 1, at - newline - 1));
+    }
+  }
+  return {};
+}
+
+// The stream of the body from the source, in parts cut at top-level elements.
+class BodyCutter {
+ public:
+  BodyCutter(ExportSource& source, std::string initial, std::uint64_t firstLine,
+             std::size_t chunkBytes, ExportReport& report)
+      : source_(source),
+        pending_(std::move(initial)),
+        line_(firstLine),
+        chunkBytes_(std::max<std::size_t>(chunkBytes, 1)),
+        report_(report) {}
+
+  bool atEnd() const { return finished_; }
+  const std::string& indent() const { return indent_; }
+
+  /// The next part, or an error when the source fails.
+  Result<ExportChunk> next() {
+    while (!eof_ && (pending_.size() < chunkBytes_ || !cutAt())) {
+      if (auto read = fill(); read.isFailure()) {
+        return Result<ExportChunk>::failure(read.error());
+      }
+    }
+    if (!indentKnown_) {
+      indent_ = learnIndent(pending_);
+      indentKnown_ = true;
+    }
+    ExportChunk chunk;
+    chunk.firstLine = line_;
+    if (eof_ && (pending_.size() < chunkBytes_ || !cutAt())) {
+      chunk.bytes = std::move(pending_);
+      pending_.clear();
+      finished_ = true;
+      endBody(chunk);
+    } else {
+      const auto cut = *cutAt();
+      chunk.bytes = std::move(pending_);
+      pending_.assign(chunk.bytes, cut);
+      chunk.bytes.resize(cut);
+    }
+    line_ += countLines(chunk.bytes);
+    return Result<ExportChunk>::success(std::move(chunk));
+  }
+
+ private:
+  Result<bool> fill() {
+    const auto old = pending_.size();
+    pending_.resize(old + kReadBlock);
+    auto got = source_.read(pending_.data() + old, kReadBlock);
+    if (got.isFailure()) {
+      pending_.resize(old);
+      return Result<bool>::failure(got.error());
+    }
+    pending_.resize(old + got.value());
+    eof_ = got.value() == 0;
+    if (const auto replaced = replaceControlCharacters(pending_.data() + old, got.value())) {
+      report_.noteMany(ExportIssue::controlCharacters, replaced);
+    }
+    return Result<bool>::success(true);
+  }
+
+  std::optional<std::size_t> cutAt() {
+    if (!indentKnown_) {
+      indent_ = learnIndent(pending_);
+      indentKnown_ = true;
+    }
+    auto cut = lastTopLevelStart(pending_, indent_);
+    if (cut == std::string::npos && pending_.size() >= kUncutLimit) {
+      cut = pending_.rfind("<Record");
+      cut = cut == 0 ? std::string::npos : cut;
+    }
+    return cut == std::string::npos ? std::nullopt : std::optional<std::size_t>(cut);
+  }
+
+  // The last part ends at </HealthData>; without it the file was cut short.
+  void endBody(ExportChunk& chunk) {
+    const auto close = chunk.bytes.rfind("</HealthData");
+    if (close == std::string::npos) {
+      report_.note(ExportIssue::truncated, line_ + countLines(chunk.bytes));
+      return;
+    }
+    chunk.bytes.resize(close);
+  }
+
+  ExportSource& source_;
+  std::string pending_;
+  std::uint64_t line_;
+  std::size_t chunkBytes_;
+  ExportReport& report_;
+  std::string indent_;
+  bool indentKnown_ = false;
+  bool eof_ = false;
+  bool finished_ = false;
+};
+
+class Delivery {
+ public:
+  Delivery(ExportSink& sink, ExportReport& report) : sink_(sink), report_(report) {}
+
+  void operator()(ChunkResult result) {
+    if (result.characteristics) {
+      sink_.characteristics(std::move(*result.characteristics));
+    }
+    if (!result.records.empty()) {
+      sink_.records(std::move(result.records));
+    }
+    report_.merge(result.report);
+  }
+
+ private:
+  ExportSink& sink_;
+  ExportReport& report_;
+};
+
+}  // namespace
+
+ExportReader::ExportReader(ExportReadOptions options) : options_(std::move(options)) {}
+
+Result<ExportReport> ExportReader::read(const std::filesystem::path& path, ExportSink& sink) const {
+  auto source = ExportSource::open(path);
+  if (source.isFailure()) {
+    return Result<ExportReport>::failure(source.error());
+  }
+  return read(*source.value(), sink);
+}
+
+Result<ExportReport> ExportReader::read(ExportSource& source, ExportSink& sink) const {
+  using R = Result<ExportReport>;
+  ExportReport report;
+
+  // The prologue: read until the root start tag shows.
+  std::string head;
+  PrologueScan scan;
+  bool eof = false;
+  std::uint64_t replacedInHead = 0;
+  while (scan.status == PrologueScan::Status::needMore && !eof && head.size() < kPrologueLimit) {
+    const auto old = head.size();
+    head.resize(old + (std::size_t{64} << 10));
+    auto got = source.read(head.data() + old, head.size() - old);
+    if (got.isFailure()) {
+      return R::failure(got.error());
+    }
+    head.resize(old + got.value());
+    eof = got.value() == 0;
+    replacedInHead += replaceControlCharacters(head.data() + old, got.value());
+    scan = scanPrologue(head);
+  }
+  if (scan.status != PrologueScan::Status::found) {
+    return R::failure(
+        exportError(ExportErrorCode::notAnExport,
+                    source.description() + " is not an Apple Health export: no XML root element"));
+  }
+  if (scan.rootName != "HealthData") {
+    return R::failure(exportError(ExportErrorCode::notAnExport,
+                                  source.description() +
+                                      " is not an Apple Health export: its root element is <" +
+                                      scan.rootName + ">, not <HealthData>"));
+  }
+  if (replacedInHead > 0) {
+    report.noteMany(ExportIssue::controlCharacters, replacedInHead);
+  }
+  if (scan.rootIsEmpty) {
+    return R::success(std::move(report));
+  }
+
+  const auto firstLine = 1 + countLines(std::string_view(head).substr(0, scan.bodyStart));
+  BodyCutter cutter(source, head.substr(scan.bodyStart), firstLine, options_.chunkBytes, report);
+  head.clear();
+  head.shrink_to_fit();
+
+  ChunkContext context;
+  context.sources = &options_.sources;
+  Delivery deliver(sink, report);
+  std::deque<std::future<ChunkResult>> inFlight;
+  const std::size_t maxInFlight = std::max(1u, options_.threads);
+  bool first = true;
+  while (!cutter.atEnd()) {
+    auto chunk = cutter.next();
+    if (chunk.isFailure()) {
+      while (!inFlight.empty()) {
+        deliver(inFlight.front().get());
+        inFlight.pop_front();
+      }
+      return R::failure(
+          exportError(ExportErrorCode::readFailed, chunk.error().message() + " after " +
+                                                       std::to_string(report.recordsRead) +
+                                                       " records had been read"));
+    }
+    if (first) {
+      // The export date comes first in the body; records after it are dated wrongly.
+      context.exportDate = ExportDate::parse(
+          findExportDateValue(std::string_view(chunk.value().bytes).substr(0, 1u << 16)));
+      context.indent = cutter.indent();
+      first = false;
+    }
+    if (options_.threads <= 1) {
+      deliver(parseChunk(chunk.value(), context));
+      continue;
+    }
+    inFlight.push_back(std::async(std::launch::async, [&context, part = std::move(chunk).value()] {
+      return parseChunk(part, context);
+    }));
+    if (inFlight.size() >= maxInFlight) {
+      deliver(inFlight.front().get());
+      inFlight.pop_front();
+    }
+  }
+  while (!inFlight.empty()) {
+    deliver(inFlight.front().get());
+    inFlight.pop_front();
+  }
+  return R::success(std::move(report));
+}
+
+}  // namespace velk::ingest

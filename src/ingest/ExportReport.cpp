@@ -1,0 +1,94 @@
+#include "velk/ingest/ExportReport.h"
+
+#include <algorithm>
+
+namespace velk::ingest {
+
+void ExportReport::note(ExportIssue issue, std::uint64_t line, std::string_view detail) {
+  auto& target = mutableEntry(issue);
+  if (target.count == 0) {
+    target.firstDetail = detail;
+  }
+  ++target.count;
+  if (target.firstLines.size() < kFirstLines) {
+    target.firstLines.push_back(line);
+  }
+}
+
+void ExportReport::noteMany(ExportIssue issue, std::uint64_t count) {
+  mutableEntry(issue).count += count;
+}
+
+void ExportReport::merge(const ExportReport& later) {
+  for (std::size_t i = 0; i < kExportIssueCount; ++i) {
+    auto& mine = entries_[i];
+    const auto& theirs = later.entries_[i];
+    if (mine.count == 0 && theirs.count > 0) {
+      mine.firstDetail = theirs.firstDetail;
+    }
+    mine.count += theirs.count;
+    for (const auto line : theirs.firstLines) {
+      if (mine.firstLines.size() < kFirstLines) {
+        mine.firstLines.push_back(line);
+      }
+    }
+  }
+  recordsRead += later.recordsRead;
+  correlationRecordsSkipped += later.correlationRecordsSkipped;
+}
+
+bool ExportReport::hasWarnings() const {
+  return std::any_of(entries_.begin(), entries_.end(),
+                     [](const Entry& entry) { return entry.count > 0; });
+}
+
+std::vector<std::string> ExportReport::warningLines() const {
+  std::vector<std::string> lines;
+  for (std::size_t i = 0; i < kExportIssueCount; ++i) {
+    const auto& entry = entries_[i];
+    if (entry.count == 0) {
+      continue;
+    }
+    std::string line = "warning: " + std::to_string(entry.count) + " x " +
+                       std::string(describe(static_cast<ExportIssue>(i)));
+    if (!entry.firstLines.empty()) {
+      line += entry.firstLines.size() < entry.count ? " (first at line" : " (at line";
+      line += entry.firstLines.size() > 1 ? "s " : " ";
+      for (std::size_t k = 0; k < entry.firstLines.size(); ++k) {
+        line += (k > 0 ? ", " : "") + std::to_string(entry.firstLines[k]);
+      }
+      line += ")";
+    }
+    if (!entry.firstDetail.empty()) {
+      line += ": " + entry.firstDetail;
+    }
+    lines.push_back(std::move(line));
+  }
+  return lines;
+}
+
+std::string_view describe(ExportIssue issue) {
+  switch (issue) {
+    case ExportIssue::malformedXml:
+      return "malformed XML, elements there skipped";
+    case ExportIssue::controlCharacters:
+      return "control characters not allowed in XML, replaced by spaces";
+    case ExportIssue::missingAttribute:
+      return "records without type, startDate or endDate, skipped";
+    case ExportIssue::unreadableDate:
+      return "unreadable dates, records skipped";
+    case ExportIssue::nonNumericValue:
+      return "quantity records with a value that is no number, skipped";
+    case ExportIssue::unknownCategoryValue:
+      return "unknown category or characteristic values, skipped";
+    case ExportIssue::nestedRecord:
+      return "records nested inside records, read as records of their own";
+    case ExportIssue::dateAfterExport:
+      return "records dated after the export was made (a wrong clock?), read anyway";
+    case ExportIssue::truncated:
+      return "the file ends before </HealthData> (truncated?)";
+  }
+  return "unknown issue";
+}
+
+}  // namespace velk::ingest
