@@ -1,0 +1,461 @@
+#include "velk/ingest/StoreFile.h"
+
+#include <chrono>
+#include <cmath>
+#include <fstream>
+#include <initializer_list>
+#include <limits>
+#include <nlohmann/json.hpp>
+#include <sstream>
+
+#include "velk/platform/CanonicalUnits.h"
+#include "velk/platform/HKObjectType.h"
+#include "velk/platform/HKUnit.h"
+
+namespace velk::ingest {
+namespace {
+
+using nlohmann::json;
+using platform::SampleKind;
+using platform::SampleRecord;
+
+constexpr std::string_view kDefaultSource = "com.apple.health";
+
+// A problem found while reading: where (a JSON path) and what. Thrown inside this file only, and
+// turned into an Error before anything leaves it.
+struct Invalid {
+  std::string path;
+  std::string problem;
+};
+
+[[noreturn]] void fail(const std::string& path, std::string problem) {
+  throw Invalid{path, std::move(problem)};
+}
+
+std::string inQuotes(std::string_view text) {
+  return json(std::string(text)).dump();
+}
+
+std::string member(const std::string& path, std::string_view key) {
+  return path.empty() ? std::string(key) : path + "." + std::string(key);
+}
+
+std::string element(const std::string& path, std::size_t index) {
+  return path + "[" + std::to_string(index) + "]";
+}
+
+// ----- Lexical forms of dates -----------------------------------------------------------------
+
+// Reads `count` decimal digits at `pos`; absent when any is not a digit.
+std::optional<int> digits(std::string_view text, std::size_t pos, std::size_t count) {
+  if (pos + count > text.size()) {
+    return std::nullopt;
+  }
+  int value = 0;
+  for (std::size_t i = pos; i < pos + count; ++i) {
+    if (text[i] < '0' || text[i] > '9') {
+      return std::nullopt;
+    }
+    value = value * 10 + (text[i] - '0');
+  }
+  return value;
+}
+
+std::optional<std::chrono::year_month_day> calendarDay(std::string_view text) {
+  const auto year = digits(text, 0, 4);
+  const auto month = digits(text, 5, 2);
+  const auto day = digits(text, 8, 2);
+  if (text.size() < 10 || !year || !month || !day || text[4] != '-' || text[7] != '-') {
+    return std::nullopt;
+  }
+  const std::chrono::year_month_day ymd{std::chrono::year(*year),
+                                        std::chrono::month(static_cast<unsigned>(*month)),
+                                        std::chrono::day(static_cast<unsigned>(*day))};
+  if (!ymd.ok()) {
+    return std::nullopt;
+  }
+  return ymd;
+}
+
+// "2024-03-10T08:30:00+01:00", "2024-03-10T07:30:00.250Z": a day, a time and a UTC offset.
+std::optional<Date> parseMoment(std::string_view text) {
+  const auto ymd = calendarDay(text);
+  if (!ymd || text.size() < 20 || text[10] != 'T' || text[13] != ':' || text[16] != ':') {
+    return std::nullopt;
+  }
+  const auto hour = digits(text, 11, 2);
+  const auto minute = digits(text, 14, 2);
+  const auto second = digits(text, 17, 2);
+  if (!hour || !minute || !second || *hour > 23 || *minute > 59 || *second > 59) {
+    return std::nullopt;
+  }
+  std::size_t pos = 19;
+  double fraction = 0;
+  if (text[pos] == '.') {
+    const std::size_t first = ++pos;
+    double scale = 0.1;
+    while (pos < text.size() && text[pos] >= '0' && text[pos] <= '9') {
+      fraction += scale * (text[pos] - '0');
+      scale /= 10;
+      ++pos;
+    }
+    if (pos == first) {
+      return std::nullopt;
+    }
+  }
+  int offsetSeconds = 0;
+  const std::string_view zone = text.substr(pos);
+  if (zone != "Z") {
+    const auto offsetHours = digits(zone, 1, 2);
+    const auto offsetMinutes = digits(zone, 4, 2);
+    if (zone.size() != 6 || (zone[0] != '+' && zone[0] != '-') || zone[3] != ':' || !offsetHours ||
+        !offsetMinutes || *offsetHours > 23 || *offsetMinutes > 59) {
+      return std::nullopt;
+    }
+    offsetSeconds = (zone[0] == '-' ? -1 : 1) * (*offsetHours * 3600 + *offsetMinutes * 60);
+  }
+  const auto days = std::chrono::sys_days(*ymd).time_since_epoch().count();
+  const double local = static_cast<double>(days) * 86400.0 +
+                       static_cast<double>(*hour * 3600 + *minute * 60 + *second);
+  return Date::fromUnixSeconds(local - offsetSeconds + fraction);
+}
+
+// ----- The reader -------------------------------------------------------------------------------
+
+class StoreFileReader {
+ public:
+  StoreFileContents read(const json& root) {
+    const std::string path;
+    requireObject(root, path, "the top level");
+    allowOnly(root, path,
+              {"health_data_available", "unknown_types", "authorization", "query_errors",
+               "date_of_birth", "biological_sex", "samples"});
+    StoreFileContents contents;
+    if (const json* flag = find(root, "health_data_available")) {
+      contents.settings.healthDataAvailable = boolean(*flag, "health_data_available");
+    }
+    if (const json* list = find(root, "unknown_types")) {
+      requireArray(*list, "unknown_types");
+      for (std::size_t i = 0; i < list->size(); ++i) {
+        contents.settings.unknownTypes.insert(string((*list)[i], element("unknown_types", i)));
+      }
+    }
+    if (const json* answer = find(root, "authorization")) {
+      contents.settings.authorization = authorization(*answer, "authorization");
+    }
+    if (const json* errors = find(root, "query_errors")) {
+      requireObject(*errors, "query_errors", "an object of type identifiers");
+      for (const auto& [type, value] : errors->items()) {
+        contents.settings.queryErrors.emplace(type,
+                                              storeError(value, member("query_errors", type)));
+      }
+    }
+    if (const json* birth = find(root, "date_of_birth")) {
+      contents.characteristics.dateOfBirth = dateOfBirth(*birth, "date_of_birth");
+    }
+    if (const json* sex = find(root, "biological_sex")) {
+      contents.characteristics.biologicalSex = biologicalSex(*sex, "biological_sex");
+    }
+    if (const json* samples = find(root, "samples")) {
+      requireArray(*samples, "samples");
+      contents.samples.reserve(samples->size());
+      for (std::size_t i = 0; i < samples->size(); ++i) {
+        contents.samples.push_back(sample((*samples)[i], element("samples", i)));
+      }
+    }
+    return contents;
+  }
+
+ private:
+  static const json* find(const json& object, std::string_view key) {
+    const auto found = object.find(key);
+    return found == object.end() ? nullptr : &*found;
+  }
+
+  static void requireObject(const json& value, const std::string& path, std::string_view what) {
+    if (!value.is_object()) {
+      fail(path, "expected " + std::string(what) + " to be an object, found " + value.type_name());
+    }
+  }
+
+  static void requireArray(const json& value, const std::string& path) {
+    if (!value.is_array()) {
+      fail(path, std::string("expected an array, found ") + value.type_name());
+    }
+  }
+
+  static void allowOnly(const json& object, const std::string& path,
+                        std::initializer_list<std::string_view> keys) {
+    for (const auto& [key, value] : object.items()) {
+      if (std::find(keys.begin(), keys.end(), key) == keys.end()) {
+        fail(member(path, key), "unknown key");
+      }
+    }
+  }
+
+  static bool boolean(const json& value, const std::string& path) {
+    if (!value.is_boolean()) {
+      fail(path, std::string("expected true or false, found ") + value.type_name());
+    }
+    return value.get<bool>();
+  }
+
+  static std::string string(const json& value, const std::string& path) {
+    if (!value.is_string()) {
+      fail(path, std::string("expected a string, found ") + value.type_name());
+    }
+    return value.get<std::string>();
+  }
+
+  static std::int64_t integer(const json& value, const std::string& path) {
+    if (value.is_number_unsigned() &&
+        value.get<std::uint64_t>() >
+            static_cast<std::uint64_t>(std::numeric_limits<std::int64_t>::max())) {
+      fail(path, "integer out of the 64-bit range");
+    }
+    if (!value.is_number_integer()) {
+      fail(path, std::string("expected an integer, found ") +
+                     (value.is_number() ? value.dump() : value.type_name()));
+    }
+    return value.get<std::int64_t>();
+  }
+
+  static double finiteNumber(const json& value, const std::string& path) {
+    if (!value.is_number()) {
+      fail(path, std::string("expected a number, found ") + value.type_name());
+    }
+    const double number = value.get<double>();
+    if (!std::isfinite(number)) {
+      fail(path, "the number is not finite");
+    }
+    return number;
+  }
+
+  static Date moment(const json& value, const std::string& path) {
+    const std::string text = string(value, path);
+    const auto date = parseMoment(text);
+    if (!date) {
+      fail(path,
+           "expected an ISO 8601 date and time with a UTC offset or Z "
+           "(\"2024-03-10T08:30:00+01:00\"), found " +
+               inQuotes(text));
+    }
+    return *date;
+  }
+
+  static Error storeError(const json& value, const std::string& path) {
+    requireObject(value, path, "an error");
+    allowOnly(value, path, {"code", "message"});
+    const json* code = find(value, "code");
+    const json* message = find(value, "message");
+    if (code == nullptr || message == nullptr) {
+      fail(path, "an error needs both \"code\" and \"message\"");
+    }
+    return Error(platform::kHealthKitErrorDomain, integer(*code, member(path, "code")),
+                 string(*message, member(path, "message")));
+  }
+
+  // {"error": {...}}, the form in which a characteristic read fails.
+  static std::optional<Error> failedRead(const json& value, const std::string& path) {
+    if (!value.is_object()) {
+      return std::nullopt;
+    }
+    allowOnly(value, path, {"error"});
+    const json* error = find(value, "error");
+    if (error == nullptr) {
+      fail(path, "expected {\"error\": {...}}");
+    }
+    return storeError(*error, member(path, "error"));
+  }
+
+  static platform::AuthorizationAnswer authorization(const json& value, const std::string& path) {
+    requireObject(value, path, "the authorization answer");
+    allowOnly(value, path, {"success", "error"});
+    platform::AuthorizationAnswer answer;
+    if (const json* success = find(value, "success")) {
+      answer.success = boolean(*success, member(path, "success"));
+    }
+    if (const json* error = find(value, "error"); error != nullptr && !error->is_null()) {
+      answer.error = storeError(*error, member(path, "error"));
+    }
+    return answer;
+  }
+
+  static std::variant<platform::DateComponents, Error> dateOfBirth(const json& value,
+                                                                   const std::string& path) {
+    if (value.is_null()) {
+      return platform::DateComponents{};
+    }
+    if (auto error = failedRead(value, path)) {
+      return *error;
+    }
+    const std::string text = string(value, path);
+    const auto ymd = calendarDay(text);
+    if (!ymd || text.size() != 10) {
+      fail(path, "expected a day \"YYYY-MM-DD\", found " + inQuotes(text));
+    }
+    platform::DateComponents components;
+    components.year = static_cast<int>(ymd->year());
+    components.month = static_cast<unsigned>(ymd->month());
+    components.day = static_cast<unsigned>(ymd->day());
+    return components;
+  }
+
+  static std::variant<std::int64_t, Error> biologicalSex(const json& value,
+                                                         const std::string& path) {
+    if (auto error = failedRead(value, path)) {
+      return *error;
+    }
+    return integer(value, path);
+  }
+
+  static SampleKind kindOf(const json& sample, const std::string& type, const std::string& path) {
+    if (const json* kind = find(sample, "kind")) {
+      const std::string text = string(*kind, member(path, "kind"));
+      if (text == "quantity") {
+        return SampleKind::quantity;
+      }
+      if (text == "category") {
+        return SampleKind::category;
+      }
+      fail(member(path, "kind"), "expected \"quantity\" or \"category\", found " + inQuotes(text));
+    }
+    const auto kind = platform::HKObjectType::kindOfIdentifier(type);
+    if (kind == platform::HKObjectKind::quantity) {
+      return SampleKind::quantity;
+    }
+    if (kind == platform::HKObjectKind::category) {
+      return SampleKind::category;
+    }
+    fail(member(path, "type"), inQuotes(type) +
+                                   " names neither a quantity nor a category type; give "
+                                   "\"kind\" to store samples under it");
+  }
+
+  static std::string unitOf(const json& sample, SampleKind kind, const std::string& type,
+                            const std::string& path) {
+    const json* unit = find(sample, "unit");
+    const auto canonical = platform::canonicalUnitForQuantityType(type);
+    if (kind == SampleKind::category) {
+      if (unit != nullptr) {
+        fail(member(path, "unit"), "a category sample has no unit");
+      }
+      return {};
+    }
+    if (unit == nullptr) {
+      if (!canonical) {
+        fail(path, "\"unit\" is required: " + inQuotes(type) + " has no default unit");
+      }
+      return canonical->unitString();
+    }
+    const std::string text = string(*unit, member(path, "unit"));
+    const auto parsed = platform::HKUnit::unitFromString(text);
+    if (!parsed) {
+      fail(member(path, "unit"), "unknown unit " + inQuotes(text));
+    }
+    if (canonical && !parsed->isCompatible(*canonical)) {
+      fail(member(path, "unit"), inQuotes(text) + " cannot measure " + type + " (its unit is " +
+                                     inQuotes(canonical->unitString()) + ")");
+    }
+    return text;
+  }
+
+  static SampleRecord sample(const json& value, const std::string& path) {
+    requireObject(value, path, "a sample");
+    allowOnly(value, path, {"type", "start", "end", "value", "unit", "source", "metadata", "kind"});
+    for (const char* required : {"type", "start", "end", "value"}) {
+      if (find(value, required) == nullptr) {
+        fail(path, std::string("missing \"") + required + "\"");
+      }
+    }
+    SampleRecord record;
+    record.type = string(value["type"], member(path, "type"));
+    record.kind = kindOf(value, record.type, path);
+    record.start = moment(value["start"], member(path, "start"));
+    record.end = moment(value["end"], member(path, "end"));
+    if (record.end < record.start) {
+      fail(member(path, "end"), "the sample ends before it starts");
+    }
+    if (record.kind == SampleKind::category) {
+      record.value = static_cast<double>(integer(value["value"], member(path, "value")));
+    } else {
+      record.value = finiteNumber(value["value"], member(path, "value"));
+    }
+    record.unit = unitOf(value, record.kind, record.type, path);
+    record.sourceBundleIdentifier = std::string(kDefaultSource);
+    if (const json* source = find(value, "source")) {
+      record.sourceBundleIdentifier = string(*source, member(path, "source"));
+    }
+    if (const json* metadata = find(value, "metadata")) {
+      const std::string metadataPath = member(path, "metadata");
+      requireObject(*metadata, metadataPath, "metadata");
+      if (const json* entered = find(*metadata, "HKWasUserEntered")) {
+        const std::string enteredPath = member(metadataPath, "HKWasUserEntered");
+        if (entered->is_number_integer() && (*entered == 0 || *entered == 1)) {
+          record.wasUserEntered = *entered == 1;
+        } else {
+          record.wasUserEntered = boolean(*entered, enteredPath);
+        }
+      }
+    }
+    return record;
+  }
+};
+
+Error invalid(StoreFileErrorCode code, const std::string& fileName, const std::string& path,
+              const std::string& problem) {
+  std::string message = fileName + ": ";
+  if (!path.empty()) {
+    message += path + ": ";
+  }
+  return Error(kStoreFileErrorDomain, static_cast<std::int64_t>(code), message + problem);
+}
+
+}  // namespace
+
+Result<StoreFileContents> StoreFile::parse(std::string_view text, const std::string& fileName) {
+  json root;
+  try {
+    root = json::parse(text);
+  } catch (const json::parse_error& error) {
+    return Result<StoreFileContents>::failure(invalid(StoreFileErrorCode::notJson, fileName, "",
+                                                      std::string("not JSON: ") + error.what()));
+  }
+  try {
+    return Result<StoreFileContents>::success(StoreFileReader().read(root));
+  } catch (const Invalid& problem) {
+    return Result<StoreFileContents>::failure(
+        invalid(StoreFileErrorCode::invalid, fileName, problem.path, problem.problem));
+  }
+}
+
+Result<StoreFileContents> StoreFile::read(const std::filesystem::path& path) {
+  std::ifstream in(path, std::ios::binary);
+  std::ostringstream text;
+  if (in) {
+    text << in.rdbuf();
+  }
+  if (!in || in.bad()) {
+    return Result<StoreFileContents>::failure(
+        invalid(StoreFileErrorCode::cannotRead, path.string(), "", "cannot read the file"));
+  }
+  return parse(text.str(), path.string());
+}
+
+Result<std::shared_ptr<platform::InMemoryHealthDatabase>> StoreFile::load(
+    const std::filesystem::path& path) {
+  using Loaded = Result<std::shared_ptr<platform::InMemoryHealthDatabase>>;
+  auto contents = read(path);
+  if (contents.isFailure()) {
+    return Loaded::failure(contents.error());
+  }
+  return Loaded::success(makeDatabase(contents.value()));
+}
+
+std::shared_ptr<platform::InMemoryHealthDatabase> StoreFile::makeDatabase(
+    const StoreFileContents& contents) {
+  return std::make_shared<platform::InMemoryHealthDatabase>(
+      contents.settings, contents.characteristics, contents.samples);
+}
+
+}  // namespace velk::ingest
