@@ -1,0 +1,19 @@
+#include "velk/physical/VelkCaloriesSampleProvider.h"
+
+#include <utility>
+
+#include "physical/DaySumQuery.h"
+#include "velk/platform/HKUnit.h"
+
+namespace velk {
+
+VelkCaloriesSampleProvider::VelkCaloriesSampleProvider()
+    : appleHealthPrivider(std::make_shared<AppleHealthProvider>()) {}
+
+void VelkCaloriesSampleProvider::getEnergyBurned(Date date, std::string_view identifier,
+                                                 Completion completion) const {
+  physical_detail::requestDaySum(appleHealthPrivider, predicateBuilder, date, identifier,
+                                 platform::HKUnit::kilocalorieUnit(), std::move(completion));
+}
+
+}  // namespace velk

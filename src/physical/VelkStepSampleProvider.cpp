@@ -1,0 +1,20 @@
+#include "velk/physical/VelkStepSampleProvider.h"
+
+#include <utility>
+
+#include "physical/DaySumQuery.h"
+#include "physical/QuantityIdentifiers.h"
+#include "velk/platform/HKUnit.h"
+
+namespace velk {
+
+VelkStepSampleProvider::VelkStepSampleProvider()
+    : appleHealthPrivider(std::make_shared<AppleHealthProvider>()) {}
+
+void VelkStepSampleProvider::getStepsCount(Date date, Completion completion) const {
+  physical_detail::requestDaySum(appleHealthPrivider, predicateBuilder, date,
+                                 physical_detail::kStepCount, platform::HKUnit::countUnit(),
+                                 std::move(completion));
+}
+
+}  // namespace velk
