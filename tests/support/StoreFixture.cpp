@@ -1,0 +1,58 @@
+#include "support/StoreFixture.h"
+
+#include <gtest/gtest.h>
+
+#include "velk/ingest/StoreFile.h"
+
+namespace velk::testing {
+
+std::shared_ptr<platform::InMemoryHealthDatabase> databaseFromJson(const std::string& json) {
+  auto contents = ingest::StoreFile::parse(json, "test.json");
+  if (contents.isFailure()) {
+    ADD_FAILURE() << contents.error().message();
+    return std::make_shared<platform::InMemoryHealthDatabase>();
+  }
+  return ingest::StoreFile::makeDatabase(contents.value());
+}
+
+SampleAnswer runSampleQuery(const platform::HKHealthStore& store,
+                            const platform::HKObjectType& type,
+                            std::optional<platform::NSPredicate> predicate, std::int64_t limit,
+                            std::vector<platform::NSSortDescriptor> sort) {
+  Awaited<SampleAnswer> answer;
+  const auto caller = std::this_thread::get_id();
+  store.executeQuery(platform::HKSampleQuery(
+      type, std::move(predicate), limit, std::move(sort),
+      [set = answer.setter(), caller](const platform::HKSampleQuery&,
+                                      std::optional<platform::HKSampleList> samples,
+                                      std::optional<Error> error) {
+        set(SampleAnswer{std::move(samples), std::move(error),
+                         std::this_thread::get_id() == caller});
+      }));
+  auto result = answer.get();
+  if (!result) {
+    ADD_FAILURE() << "the sample query never answered";
+    return {};
+  }
+  return *result;
+}
+
+CollectionAnswer runCollectionQuery(const platform::HKHealthStore& store,
+                                    platform::HKStatisticsCollectionQuery query) {
+  Awaited<CollectionAnswer> answer;
+  query.initialResultsHandler = [set = answer.setter()](
+                                    const platform::HKStatisticsCollectionQuery&,
+                                    std::optional<platform::HKStatisticsCollection> collection,
+                                    std::optional<Error> error) {
+    set(CollectionAnswer{std::move(collection), std::move(error)});
+  };
+  store.executeQuery(std::move(query));
+  auto result = answer.get();
+  if (!result) {
+    ADD_FAILURE() << "the statistics query never answered";
+    return {};
+  }
+  return *result;
+}
+
+}  // namespace velk::testing
