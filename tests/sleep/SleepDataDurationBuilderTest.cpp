@@ -99,8 +99,8 @@ TEST(SleepDataDurationDeathTest, ATotalThatIsNoWholeNumberStopsTheProcess) {
   const Date zero;
   EXPECT_DEATH(
       SleepDataDuration(zero, zero, std::numeric_limits<double>::infinity(), 0, 0, 0, 0, 0, 0),
-      "duration");
-  EXPECT_DEATH(SleepDataDuration(zero, zero, 0, 9223372036854775808.0, 0, 0, 0, 0, 0), "timeInBed");
+      "not finite");
+  EXPECT_DEATH(SleepDataDuration(zero, zero, 0, 9223372036854775808.0, 0, 0, 0, 0, 0), "outside");
   // The lowest int64 itself still converts.
   EXPECT_EQ(
       SleepDataDuration(zero, zero, 0, 0, 0, 0, -9223372036854775808.0, 0, 0).sleepDeepDuration,

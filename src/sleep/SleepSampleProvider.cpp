@@ -1,0 +1,72 @@
+#include "velk/sleep/SleepSampleProvider.h"
+
+#include <utility>
+
+#include "velk/healthstore/AppleHealthErrors.h"
+#include "velk/platform/HKObjectType.h"
+
+namespace velk {
+
+namespace {
+
+constexpr const char* kSleepAnalysisIdentifier = "HKCategoryTypeIdentifierSleepAnalysis";
+
+// The night ends at noon of the requested day and starts exactly 24 hours earlier: on a day on
+// which the clocks change, that is 23 or 25 wall-clock hours back, not noon of the previous day.
+constexpr std::int64_t kNightEndHour = 12;
+constexpr double kNightHours = 24.0;
+
+// The store's list as category samples, or nothing when any element is of another kind: the list
+// is taken as a whole or not at all.
+std::optional<SleepSampleProvider::Samples> asCategorySamples(
+    const platform::HKSampleList& samples) {
+  SleepSampleProvider::Samples categorySamples;
+  categorySamples.reserve(samples.size());
+  for (const auto& sample : samples) {
+    auto categorySample = std::dynamic_pointer_cast<const platform::HKCategorySample>(sample);
+    if (categorySample == nullptr) {
+      return std::nullopt;
+    }
+    categorySamples.push_back(std::move(categorySample));
+  }
+  return categorySamples;
+}
+
+}  // namespace
+
+SleepSampleProvider::SleepSampleProvider()
+    : appleHealthPrivider(std::make_unique<AppleHealthProvider>()),
+      predicateBuilder(std::make_unique<VelkPredicateBuilder>()) {}
+
+void SleepSampleProvider::getSleepSamples(Date date, Completion completion) {
+  const std::optional<platform::HKObjectType> sleepType =
+      platform::HKObjectType::categoryTypeForIdentifier(kSleepAnalysisIdentifier);
+  if (!sleepType || !sleepType->isSampleType()) {
+    completion(Result<std::optional<Samples>>::failure(
+        makeError(AppleHealthErrors::sampleTypeNotAvailable)));
+    return;
+  }
+  const std::optional<platform::NSPredicate> predicate =
+      predicateBuilder->getPredicate(date, kNightEndHour, 0, 0, kNightHours);
+  if (!predicate) {
+    completion(
+        Result<std::optional<Samples>>::failure(makeError(AppleHealthErrors::predicateErrorDate)));
+    return;
+  }
+  // The continuation captures only the completion: the provider may be gone when the store
+  // answers, and whoever owns it decides then whether the answer still matters.
+  appleHealthPrivider->getSamples(
+      *sleepType, *predicate, std::nullopt,
+      [completion = std::move(completion)](const platform::HKSampleQuery&,
+                                           std::optional<platform::HKSampleList> samples,
+                                           std::optional<Error> error) {
+        if (error) {
+          completion(Result<std::optional<Samples>>::failure(std::move(*error)));
+          return;
+        }
+        completion(Result<std::optional<Samples>>::success(samples ? asCategorySamples(*samples)
+                                                                   : std::nullopt));
+      });
+}
+
+}  // namespace velk
