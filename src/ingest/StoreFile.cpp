@@ -417,7 +417,7 @@ Result<StoreFileContents> StoreFile::parse(std::string_view text, const std::str
   json root;
   try {
     root = json::parse(text);
-  } catch (const json::parse_error& error) {
+  } catch (const json::exception& error) {  // syntax errors, and numbers beyond a double
     return Result<StoreFileContents>::failure(invalid(StoreFileErrorCode::notJson, fileName, "",
                                                       std::string("not JSON: ") + error.what()));
   }
