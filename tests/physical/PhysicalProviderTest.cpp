@@ -1,0 +1,178 @@
+// The physical summary from store file to document: what is counted, how it is reduced and
+// truncated, what a failed read costs, and what one provider remembers between requests.
+
+#include <memory>
+#include <string>
+
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
+#include "physical/PhysicalTestSupport.h"
+
+namespace velk::testing {
+namespace {
+
+using nlohmann::json;
+using ::testing::HasSubstr;
+
+constexpr const char* kLastPhysicalDate = "velk_last_physical_date_extraction";
+
+// One day (2024-03-10, UTC) of everything the summary reads, with the samples that must not count:
+// typed in by hand, lying wholly in the day's first 5 min 59 s, or on the day before.
+constexpr const char* kFullDay = R"({"samples": [
+  {"type": "HKQuantityTypeIdentifierStepCount", "start": "2024-03-10T08:00:00Z", "end": "2024-03-10T08:10:00Z", "value": 1000.5},
+  {"type": "HKQuantityTypeIdentifierStepCount", "start": "2024-03-10T12:00:00Z", "end": "2024-03-10T12:05:00Z", "value": 234.4},
+  {"type": "HKQuantityTypeIdentifierStepCount", "start": "2024-03-10T09:00:00Z", "end": "2024-03-10T09:05:00Z", "value": 500, "metadata": {"HKWasUserEntered": true}},
+  {"type": "HKQuantityTypeIdentifierStepCount", "start": "2024-03-10T00:01:00Z", "end": "2024-03-10T00:05:00Z", "value": 777},
+  {"type": "HKQuantityTypeIdentifierStepCount", "start": "2024-03-09T22:00:00Z", "end": "2024-03-09T22:30:00Z", "value": 3000},
+  {"type": "HKQuantityTypeIdentifierActiveEnergyBurned", "start": "2024-03-10T10:00:00Z", "end": "2024-03-10T11:00:00Z", "value": 350.6},
+  {"type": "HKQuantityTypeIdentifierActiveEnergyBurned", "start": "2024-03-10T13:00:00Z", "end": "2024-03-10T13:10:00Z", "value": 90, "metadata": {"HKWasUserEntered": true}},
+  {"type": "HKQuantityTypeIdentifierBasalEnergyBurned", "start": "2024-03-10T06:00:00Z", "end": "2024-03-10T22:00:00Z", "value": 1650.7},
+  {"type": "HKQuantityTypeIdentifierHeartRate", "start": "2024-03-10T08:00:00Z", "end": "2024-03-10T08:00:00Z", "value": 60},
+  {"type": "HKQuantityTypeIdentifierHeartRate", "start": "2024-03-10T09:00:00Z", "end": "2024-03-10T09:00:00Z", "value": 72.5},
+  {"type": "HKQuantityTypeIdentifierHeartRate", "start": "2024-03-10T10:00:00Z", "end": "2024-03-10T10:00:00Z", "value": 90.9},
+  {"type": "HKQuantityTypeIdentifierHeartRate", "start": "2024-03-10T11:00:00Z", "end": "2024-03-10T11:00:00Z", "value": 190, "metadata": {"HKWasUserEntered": true}},
+  {"type": "HKQuantityTypeIdentifierHeartRate", "start": "2024-03-10T00:02:00Z", "end": "2024-03-10T00:03:00Z", "value": 40},
+  {"type": "HKQuantityTypeIdentifierRestingHeartRate", "start": "2024-03-10T07:00:00Z", "end": "2024-03-10T07:00:00Z", "value": 55.9},
+  {"type": "HKQuantityTypeIdentifierRestingHeartRate", "start": "2024-03-10T19:00:00Z", "end": "2024-03-10T19:00:00Z", "value": 56.9},
+  {"type": "HKQuantityTypeIdentifierHeartRateVariabilitySDNN", "start": "2024-03-10T03:00:00Z", "end": "2024-03-10T03:00:00Z", "value": 40.8},
+  {"type": "HKQuantityTypeIdentifierHeartRateVariabilitySDNN", "start": "2024-03-10T04:00:00Z", "end": "2024-03-10T04:00:00Z", "value": 45.0}
+]})";
+
+TEST(PhysicalProviderTest, FullDayIsCountedReducedAndTruncated) {
+  PhysicalStore store(kFullDay);
+  auto provider = std::make_shared<VelkPhysicalProvider>();
+  const Date date = utcDate(2024, 3, 10, 8, 30);
+
+  const auto answer = store.request(*provider, date);
+
+  EXPECT_TRUE(answer.completedOnMainQueue);
+  EXPECT_EQ(answer.debugOutput, "");
+  const json& daily = answer.daily;
+  EXPECT_EQ(daily["distance_data"]["steps_per_day_number"], 1234);
+  EXPECT_EQ(daily["calories_data"], json::parse(R"({"calories_net_intake_kilocalories": null,
+                            "calories_expenditure_kilocalories": null,
+                            "calories_net_active_kilocalories": 350,
+                            "calories_basal_metabolic_rate_kilocalories": 1650})"));
+  EXPECT_EQ(daily["heart_rate_data"],
+            json::parse(R"({"hr_max_bpm": 90, "hr_minimum_bpm": 60, "hr_avg_bpm": 74,
+                            "hr_resting_bpm": 56, "hr_granular_data_bpm": null,
+                            "hrv_avg_rmssd_number": null, "hrv_avg_sdnn_number": 42,
+                            "hrv_sdnn_granular_data_number": null,
+                            "hrv_rmssd_granular_data_number": null})"));
+  EXPECT_EQ(daily["metadata"]["datetime"], date.timeIntervalSinceReferenceDate());
+  EXPECT_EQ(daily["metadata"]["sources_of_data"], json::parse(R"(["Apple Health"])"));
+  EXPECT_EQ(daily["metadata"]["user_demographics"].size(), 1u);
+  EXPECT_TRUE(daily["metadata"]["user_id"].is_null());
+  EXPECT_FALSE(daily.contains("non_structured_data"));
+  EXPECT_EQ(store.device().userDefaults().date(kLastPhysicalDate), date);
+
+  // The builder keeps the unrounded HRV average; only the document truncates it.
+  ASSERT_TRUE(provider->velkPhysicalBuilder.hrvData().has_value());
+  EXPECT_DOUBLE_EQ(provider->velkPhysicalBuilder.hrvData()->avgValue, 42.9);
+  EXPECT_EQ(provider->velkPhysicalBuilder.caloriesData(), (VelkCalories{350, 1650, 2000}));
+}
+
+TEST(PhysicalProviderTest, EmptyDayIsStillDeliveredWithEveryReadReported) {
+  PhysicalStore store(R"({"samples": []})");
+  auto provider = std::make_shared<VelkPhysicalProvider>();
+  const Date date = utcDate(2024, 3, 10, 23, 0);
+
+  const auto answer = store.request(*provider, date);
+
+  EXPECT_TRUE(answer.daily["distance_data"]["steps_per_day_number"].is_null());
+  for (const auto& [key, value] : answer.daily["calories_data"].items()) {
+    EXPECT_TRUE(value.is_null()) << key;
+  }
+  for (const auto& [key, value] : answer.daily["heart_rate_data"].items()) {
+    EXPECT_TRUE(value.is_null()) << key;
+  }
+  // Steps and calories find no sum; heart rate, resting heart rate and HRV find no samples.
+  EXPECT_THAT(answer.debugOutput, HasSubstr("\"The value of the sum queantity is nil\""));
+  EXPECT_THAT(answer.debugOutput, HasSubstr("\"Any sample was found for the data type\""));
+  EXPECT_EQ(std::count(answer.debugOutput.begin(), answer.debugOutput.end(), '\n'), 5);
+  EXPECT_EQ(store.device().userDefaults().date(kLastPhysicalDate), date);
+}
+
+TEST(PhysicalProviderTest, OneFailingEnergyTypeNullsBothCalorieKeys) {
+  // A query error on active energy; the steps beside it are still reported.
+  PhysicalStore failingQuery(R"({
+    "query_errors": {"HKQuantityTypeIdentifierActiveEnergyBurned": {"code": 5, "message": "Authorization not determined"}},
+    "samples": [
+      {"type": "HKQuantityTypeIdentifierActiveEnergyBurned", "start": "2024-03-10T10:00:00Z", "end": "2024-03-10T11:00:00Z", "value": 400},
+      {"type": "HKQuantityTypeIdentifierBasalEnergyBurned", "start": "2024-03-10T10:00:00Z", "end": "2024-03-10T11:00:00Z", "value": 1600},
+      {"type": "HKQuantityTypeIdentifierStepCount", "start": "2024-03-10T10:00:00Z", "end": "2024-03-10T11:00:00Z", "value": 8000}
+    ]})");
+  auto provider = std::make_shared<VelkPhysicalProvider>();
+  auto answer = failingQuery.request(*provider, utcDate(2024, 3, 10, 12));
+  EXPECT_TRUE(answer.daily["calories_data"]["calories_net_active_kilocalories"].is_null());
+  EXPECT_TRUE(
+      answer.daily["calories_data"]["calories_basal_metabolic_rate_kilocalories"].is_null());
+  EXPECT_EQ(answer.daily["distance_data"]["steps_per_day_number"], 8000);
+  EXPECT_THAT(answer.debugOutput, HasSubstr("Code=5 \"Authorization not determined\""));
+}
+
+TEST(PhysicalProviderTest, BasalEnergyWithoutActiveEnergyIsNoCalorieResult) {
+  PhysicalStore store(R"({"samples": [
+      {"type": "HKQuantityTypeIdentifierBasalEnergyBurned", "start": "2024-03-10T10:00:00Z", "end": "2024-03-10T11:00:00Z", "value": 1600}
+    ]})");
+  auto provider = std::make_shared<VelkPhysicalProvider>();
+  auto answer = store.request(*provider, utcDate(2024, 3, 10, 12));
+  EXPECT_TRUE(answer.daily["calories_data"]["calories_net_active_kilocalories"].is_null());
+  EXPECT_TRUE(
+      answer.daily["calories_data"]["calories_basal_metabolic_rate_kilocalories"].is_null());
+  EXPECT_EQ(provider->velkPhysicalBuilder.caloriesData(), std::nullopt);
+}
+
+TEST(PhysicalProviderTest, LaterFailedReadsReportTheEarlierValues) {
+  // Steps and heart rate on the 10th only; resting heart rate on the 11th only.
+  PhysicalStore store(R"({"samples": [
+      {"type": "HKQuantityTypeIdentifierStepCount", "start": "2024-03-10T10:00:00Z", "end": "2024-03-10T11:00:00Z", "value": 8000},
+      {"type": "HKQuantityTypeIdentifierHeartRate", "start": "2024-03-10T10:00:00Z", "end": "2024-03-10T10:00:00Z", "value": 60},
+      {"type": "HKQuantityTypeIdentifierHeartRate", "start": "2024-03-10T11:00:00Z", "end": "2024-03-10T11:00:00Z", "value": 100},
+      {"type": "HKQuantityTypeIdentifierRestingHeartRate", "start": "2024-03-11T07:00:00Z", "end": "2024-03-11T07:00:00Z", "value": 52}
+    ]})");
+  auto provider = std::make_shared<VelkPhysicalProvider>();
+
+  const auto first = store.request(*provider, utcDate(2024, 3, 10, 12));
+  EXPECT_EQ(first.daily["heart_rate_data"]["hr_avg_bpm"], 80);
+  EXPECT_TRUE(first.daily["heart_rate_data"]["hr_resting_bpm"].is_null());
+
+  const Date secondDay = utcDate(2024, 3, 11, 12);
+  const auto second = store.request(*provider, secondDay);
+  EXPECT_EQ(second.daily["distance_data"]["steps_per_day_number"], 8000);
+  EXPECT_EQ(second.daily["heart_rate_data"]["hr_max_bpm"], 100);
+  EXPECT_EQ(second.daily["heart_rate_data"]["hr_minimum_bpm"], 60);
+  EXPECT_EQ(second.daily["heart_rate_data"]["hr_resting_bpm"], 52);
+  EXPECT_EQ(second.daily["metadata"]["datetime"], secondDay.timeIntervalSinceReferenceDate());
+  EXPECT_EQ(store.device().userDefaults().date(kLastPhysicalDate), secondDay);
+
+  // A fresh provider has no memory of either day.
+  auto fresh = std::make_shared<VelkPhysicalProvider>();
+  const auto third = store.request(*fresh, utcDate(2024, 3, 12, 12));
+  EXPECT_TRUE(third.daily["distance_data"]["steps_per_day_number"].is_null());
+}
+
+TEST(PhysicalProviderTest, DateInTheFirstHourCountsTheSameDay) {
+  // For 00:30 the statistics' anchor is 00:30 itself, so the day meets two intervals. Each read
+  // must still answer once, with the day's sum, whichever piece holds the samples: here the steps
+  // lie in both pieces, the active energy only in the later one, the basal only in the earlier.
+  PhysicalStore store(R"({"samples": [
+      {"type": "HKQuantityTypeIdentifierStepCount", "start": "2024-03-10T00:10:00+01:00", "end": "2024-03-10T00:20:00+01:00", "value": 100},
+      {"type": "HKQuantityTypeIdentifierStepCount", "start": "2024-03-10T10:00:00+01:00", "end": "2024-03-10T10:30:00+01:00", "value": 200},
+      {"type": "HKQuantityTypeIdentifierActiveEnergyBurned", "start": "2024-03-10T10:00:00+01:00", "end": "2024-03-10T10:30:00+01:00", "value": 300},
+      {"type": "HKQuantityTypeIdentifierBasalEnergyBurned", "start": "2024-03-10T00:10:00+01:00", "end": "2024-03-10T00:20:00+01:00", "value": 40}
+    ]})",
+                      "Europe/Berlin");
+  for (const Date date : {store.device().localDate(2024, 3, 10, 0, 30),
+                          store.device().localDate(2024, 3, 10, 8, 30)}) {
+    auto provider = std::make_shared<VelkPhysicalProvider>();
+    const auto answer = store.request(*provider, date);
+    EXPECT_EQ(answer.daily["distance_data"]["steps_per_day_number"], 300);
+    EXPECT_EQ(answer.daily["calories_data"]["calories_net_active_kilocalories"], 300);
+    EXPECT_EQ(answer.daily["calories_data"]["calories_basal_metabolic_rate_kilocalories"], 40);
+  }
+}
+
+}  // namespace
+}  // namespace velk::testing
