@@ -1,0 +1,187 @@
+#include <future>
+#include <memory>
+#include <optional>
+#include <set>
+#include <string>
+#include <thread>
+#include <utility>
+
+#include <gtest/gtest.h>
+
+#include "support/TestDevice.h"
+#include "velk/healthstore/AppleHealthErrors.h"
+#include "velk/interface/VelkPermissionExtraction.h"
+#include "velk/platform/DebugOutput.h"
+#include "velk/platform/InMemoryHealthDatabase.h"
+
+namespace velk::testing {
+namespace {
+
+using Request = void (VelkPermissionExtraction::*)(VelkPermissionExtraction::Completion);
+using HostRequest = void (VelkPermissionExtraction::*)(VelkPermissionExtraction::HostCompletion);
+
+std::shared_ptr<platform::InMemoryHealthDatabase> store(
+    platform::HealthDatabaseSettings settings = {}) {
+  return std::make_shared<platform::InMemoryHealthDatabase>(
+      std::move(settings), platform::Characteristics{}, std::vector<platform::SampleRecord>{});
+}
+
+struct Answer {
+  Result<bool> result;
+  bool onCallersThread;
+};
+
+Answer ask(Request request) {
+  VelkPermissionExtraction permissions;
+  std::promise<Answer> answer;
+  const auto caller = std::this_thread::get_id();
+  (permissions.*request)([&answer, caller](Result<bool> result) {
+    answer.set_value(Answer{std::move(result), std::this_thread::get_id() == caller});
+  });
+  return answer.get_future().get();
+}
+
+std::pair<bool, std::optional<Error>> askHost(HostRequest request) {
+  VelkPermissionExtraction permissions;
+  std::promise<std::pair<bool, std::optional<Error>>> answer;
+  (permissions.*request)([&answer](bool success, std::optional<Error> error) {
+    answer.set_value({success, std::move(error)});
+  });
+  return answer.get_future().get();
+}
+
+const std::set<std::string> kPhysical{
+    "HKQuantityTypeIdentifierStepCount",
+    "HKQuantityTypeIdentifierDistanceWalkingRunning",
+    "HKQuantityTypeIdentifierDistanceCycling",
+    "HKQuantityTypeIdentifierBasalEnergyBurned",
+    "HKQuantityTypeIdentifierActiveEnergyBurned",
+    "HKQuantityTypeIdentifierAppleExerciseTime",
+    "HKQuantityTypeIdentifierDistanceSwimming",
+    "HKQuantityTypeIdentifierAppleStandTime",
+    "HKQuantityTypeIdentifierHeartRate",
+    "HKQuantityTypeIdentifierRestingHeartRate",
+    "HKQuantityTypeIdentifierBodyTemperature",
+    "HKQuantityTypeIdentifierBasalBodyTemperature",
+    "HKQuantityTypeIdentifierWalkingHeartRateAverage",
+    "HKQuantityTypeIdentifierHeartRateVariabilitySDNN",
+    "HKQuantityTypeIdentifierOxygenSaturation",
+    "HKWorkoutTypeIdentifier",
+    "HKQuantityTypeIdentifierSwimmingStrokeCount",
+    "HKQuantityTypeIdentifierFlightsClimbed",
+    "HKQuantityTypeIdentifierWaistCircumference",
+    "HKQuantityTypeIdentifierVO2Max",
+};
+
+const std::set<std::string> kBody{
+    "HKQuantityTypeIdentifierBodyMass",
+    "HKQuantityTypeIdentifierHeight",
+    "HKCharacteristicTypeIdentifierBiologicalSex",
+    "HKCharacteristicTypeIdentifierDateOfBirth",
+};
+
+TEST(PermissionTest, EachFamilyAsksToReadItsOwnTypes) {
+  auto database = store();
+  TestDevice device({.healthDatabase = database});
+  for (Request request : {&VelkPermissionExtraction::requestAllPermissions,
+                          &VelkPermissionExtraction::requestSleepPermissions,
+                          &VelkPermissionExtraction::requestPhysicalPermissions,
+                          &VelkPermissionExtraction::requesBodyPermissions}) {
+    const auto answer = ask(request);
+    ASSERT_TRUE(answer.result.isSuccess());
+    EXPECT_TRUE(answer.result.value());
+    EXPECT_FALSE(answer.onCallersThread);
+  }
+  const auto asked = database->authorizationRequests();
+  ASSERT_EQ(asked.size(), 4u);
+
+  std::set<std::string> all;
+  for (const auto type : allHealthDataTypes()) {
+    all.insert(std::string(storeIdentifier(type)));
+  }
+  EXPECT_EQ(asked[0].size(), 26u);
+  EXPECT_EQ(asked[0], all);
+  EXPECT_TRUE(asked[0].contains("HKCharacteristicTypeIdentifierDateOfBirth"));
+  EXPECT_TRUE(asked[0].contains("HKWorkoutTypeIdentifier"));
+  EXPECT_EQ(asked[1], std::set<std::string>{"HKCategoryTypeIdentifierSleepAnalysis"});
+  EXPECT_EQ(asked[2], kPhysical);
+  EXPECT_EQ(asked[3], kBody);
+}
+
+TEST(PermissionTest, TypesTheStoreDoesNotKnowAreLeftOutSilently) {
+  platform::HealthDatabaseSettings settings;
+  settings.unknownTypes = {"HKQuantityTypeIdentifierAppleStandTime",
+                           "HKCategoryTypeIdentifierSleepAnalysis"};
+  auto database = store(settings);
+  TestDevice device({.healthDatabase = database});
+  platform::DebugOutputCapture debug;
+  EXPECT_TRUE(ask(&VelkPermissionExtraction::requestPhysicalPermissions).result.isSuccess());
+  EXPECT_TRUE(ask(&VelkPermissionExtraction::requestSleepPermissions).result.isSuccess());
+
+  auto expected = kPhysical;
+  expected.erase("HKQuantityTypeIdentifierAppleStandTime");
+  const auto asked = database->authorizationRequests();
+  ASSERT_EQ(asked.size(), 2u);
+  EXPECT_EQ(asked[0].size(), 19u);
+  EXPECT_EQ(asked[0], expected);
+  EXPECT_TRUE(asked[1].empty());
+  EXPECT_EQ(debug.text(), "");
+}
+
+TEST(PermissionTest, DeviceWithoutHealthDataFailsAtOnceAndSaysSo) {
+  platform::HealthDatabaseSettings settings;
+  settings.healthDataAvailable = false;
+  auto database = store(settings);
+  TestDevice device({.healthDatabase = database});
+  platform::DebugOutputCapture debug;
+
+  VelkPermissionExtraction permissions;
+  std::optional<Result<bool>> typed;
+  permissions.requesBodyPermissions([&typed](Result<bool> result) { typed = std::move(result); });
+  ASSERT_TRUE(typed.has_value()) << "must complete before returning";
+  ASSERT_TRUE(typed->isFailure());
+  EXPECT_TRUE(errorIs(typed->error(), AppleHealthErrors::healthKitNotavailable));
+  EXPECT_EQ(typed->error().message(), "apple health kit is not avaible un your device");
+  EXPECT_EQ(debug.text(), "\"No health data is available.\"\n");
+
+  std::optional<std::pair<bool, std::optional<Error>>> host;
+  permissions.requestAllPermissionsObjc(
+      [&host](bool success, std::optional<Error> error) { host.emplace(success, error); });
+  ASSERT_TRUE(host.has_value());
+  EXPECT_FALSE(host->first);
+  ASSERT_TRUE(host->second.has_value());
+  EXPECT_TRUE(errorIs(*host->second, AppleHealthErrors::healthKitNotavailable));
+  EXPECT_TRUE(database->authorizationRequests().empty());
+}
+
+TEST(PermissionTest, TheStoresAnswerIsPassedOnInBothForms) {
+  {
+    TestDevice device({.healthDatabase = store()});
+    const auto [success, error] = askHost(&VelkPermissionExtraction::requestSleepPermissionsObjc);
+    EXPECT_TRUE(success);
+    EXPECT_FALSE(error.has_value());
+  }
+  const Error sheetFailed(platform::kHealthKitErrorDomain, 4, "Authorization request failed");
+  platform::HealthDatabaseSettings settings;
+  settings.authorization = {false, sheetFailed};
+  TestDevice device({.healthDatabase = store(settings)});
+
+  const auto typed = ask(&VelkPermissionExtraction::requestPhysicalPermissions);
+  ASSERT_TRUE(typed.result.isFailure());
+  EXPECT_TRUE(typed.result.error().isSameInstance(sheetFailed));
+
+  const auto [success, error] = askHost(&VelkPermissionExtraction::requesBodyPermissionsObjc);
+  EXPECT_FALSE(success);
+  ASSERT_TRUE(error.has_value());
+  EXPECT_TRUE(error->isSameInstance(sheetFailed));
+
+  // A refusal without an error is still an answer, not a failure.
+  settings.authorization = {false, std::nullopt};
+  TestDevice refusing({.healthDatabase = store(settings)});
+  const auto refused = ask(&VelkPermissionExtraction::requestAllPermissions);
+  ASSERT_TRUE(refused.result.isSuccess());
+  EXPECT_FALSE(refused.result.value());
+}
+
+}  // namespace
+}  // namespace velk::testing
