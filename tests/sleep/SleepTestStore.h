@@ -81,6 +81,12 @@ class Completions {
     return state_->values.front();
   }
 
+  /// Every value that has arrived so far, in order of arrival.
+  std::vector<Value> values() const {
+    std::lock_guard lock(state_->mutex);
+    return state_->values;
+  }
+
   std::size_t count() const {
     std::lock_guard lock(state_->mutex);
     return state_->values.size();
