@@ -2,9 +2,11 @@
 
 #include <algorithm>
 #include <deque>
+#include <functional>
 #include <future>
 #include <string>
 #include <string_view>
+#include <vector>
 
 #include "ExportChunkParser.h"
 #include "ExportPrologue.h"
@@ -53,6 +55,14 @@ class BodyCutter {
         report_(report) {}
 
   bool atEnd() const { return finished_; }
+
+  /// Takes back the bytes of a parsed part, so that their memory serves the next parts.
+  void recycle(std::string bytes) {
+    if (spare_.size() < 4) {
+      bytes.clear();
+      spare_.push_back(std::move(bytes));
+    }
+  }
   const std::string& indent() const { return indent_; }
 
   /// The next part, or an error when the source fails.
@@ -76,6 +86,7 @@ class BodyCutter {
     } else {
       const auto cut = *cutAt();
       chunk.bytes = std::move(pending_);
+      pending_ = takeSpare();
       pending_.assign(chunk.bytes, cut);
       chunk.bytes.resize(cut);
     }
@@ -98,6 +109,17 @@ class BodyCutter {
       report_.noteMany(ExportIssue::controlCharacters, replaced);
     }
     return Result<bool>::success(true);
+  }
+
+  std::string takeSpare() {
+    if (spare_.empty()) {
+      std::string fresh;
+      fresh.reserve(chunkBytes_ + 2 * kReadBlock);
+      return fresh;
+    }
+    auto bytes = std::move(spare_.back());
+    spare_.pop_back();
+    return bytes;
   }
 
   std::optional<std::size_t> cutAt() {
@@ -132,7 +154,19 @@ class BodyCutter {
   bool indentKnown_ = false;
   bool eof_ = false;
   bool finished_ = false;
+  std::vector<std::string> spare_;
 };
+
+// A parsed part with its bytes, which go back to the cutter.
+struct ParsedPart {
+  ChunkResult result;
+  std::string bytes;
+};
+
+ParsedPart parsePart(ExportChunk chunk, const ChunkContext& context) {
+  auto result = parseChunk(chunk, context);
+  return ParsedPart{std::move(result), std::move(chunk.bytes)};
+}
 
 class Delivery {
  public:
@@ -211,8 +245,12 @@ Result<ExportReport> ExportReader::read(ExportSource& source, ExportSink& sink) 
 
   ChunkContext context;
   context.sources = &options_.sources;
-  Delivery deliver(sink, report);
-  std::deque<std::future<ChunkResult>> inFlight;
+  Delivery deliverResult(sink, report);
+  const auto deliver = [&](ParsedPart part) {
+    deliverResult(std::move(part.result));
+    cutter.recycle(std::move(part.bytes));
+  };
+  std::deque<std::future<ParsedPart>> inFlight;
   const std::size_t maxInFlight = std::max(1u, options_.threads);
   bool first = true;
   while (!cutter.atEnd()) {
@@ -235,12 +273,11 @@ Result<ExportReport> ExportReader::read(ExportSource& source, ExportSink& sink) 
       first = false;
     }
     if (options_.threads <= 1) {
-      deliver(parseChunk(chunk.value(), context));
+      deliver(parsePart(std::move(chunk).value(), context));
       continue;
     }
-    inFlight.push_back(std::async(std::launch::async, [&context, part = std::move(chunk).value()] {
-      return parseChunk(part, context);
-    }));
+    inFlight.push_back(
+        std::async(std::launch::async, parsePart, std::move(chunk).value(), std::cref(context)));
     if (inFlight.size() >= maxInFlight) {
       deliver(inFlight.front().get());
       inFlight.pop_front();
