@@ -1,0 +1,34 @@
+// The commands of the tool. Each runs with the device already installed and returns the exit
+// status; the library's answers are awaited by driving the main queue on the calling thread.
+#pragma once
+
+#include <optional>
+#include <ostream>
+#include <string>
+#include <vector>
+
+#include "velk/platform/Error.h"
+
+namespace velk::cli {
+
+/// `velk last-date`
+int runLastDate(std::ostream& out);
+
+struct SummaryRequest {
+  std::vector<std::string> kinds;  ///< sleep, physical, body or all, in the order given
+  std::optional<std::string> date;
+  std::optional<std::string> from;
+  std::optional<std::string> to;
+  std::string at = "12:00";
+};
+
+/// `velk summary KIND... --date INSTANT` or `--from DATE --to DATE [--at HH:MM]`
+int runSummary(const SummaryRequest& request, std::ostream& out, std::ostream& err);
+
+/// `velk permissions all|sleep|physical|body`
+int runPermissions(const std::string& family, std::ostream& out, std::ostream& err);
+
+/// Prints {"error": {"domain": D, "code": N, "message": M}} on one line.
+void printErrorResult(const Error& error, std::ostream& out);
+
+}  // namespace velk::cli
