@@ -168,6 +168,23 @@ TEST(ExportReaderTest, SurvivesTheKnownKindsOfBrokenExports) {
   EXPECT_EQ(std::get<std::int64_t>(sink.me->biologicalSex), 2);
 }
 
+TEST(ExportReaderTest, ReadsPastADoctypeWhoseSubsetNeverCloses) {
+  testing::TempDir dir;
+  const auto text =
+      "\xEF\xBB\xBF<?xml version=\"1.0\" encoding=\"UTF-8\"?>\n"
+      "<!-- exported -->\n"
+      "<!DOCTYPE HealthData [\n"
+      "<!ATTLIST Record type CDATA #REQUIRED\n"
+      "<!ELEMENT Me EMPTY>>\n" +
+      exportHead().substr(exportHead().find("<HealthData")) + stepRecord(5) + "</HealthData>\n";
+  CollectingSink sink;
+  const auto report = readInto(dir.write("open-subset.xml", text), sink);
+  ASSERT_TRUE(report.isSuccess()) << report.error();
+  EXPECT_FALSE(report.value().hasWarnings());
+  ASSERT_EQ(sink.records.size(), 1u);
+  EXPECT_DOUBLE_EQ(sink.records[0].value, 5.0);
+}
+
 TEST(ExportReaderTest, MapsEverySleepStageName) {
   testing::TempDir dir;
   std::string text = exportHead();
