@@ -129,7 +129,7 @@ class StoreFileReader {
     requireObject(root, path, "the top level");
     allowOnly(root, path,
               {"health_data_available", "unknown_types", "authorization", "query_errors",
-               "date_of_birth", "biological_sex", "samples"});
+               "date_of_birth", "biological_sex", "samples", "source_priority"});
     StoreFileContents contents;
     if (const json* flag = find(root, "health_data_available")) {
       contents.settings.healthDataAvailable = boolean(*flag, "health_data_available");
@@ -148,6 +148,13 @@ class StoreFileReader {
       for (const auto& [type, value] : errors->items()) {
         contents.settings.queryErrors.emplace(type,
                                               storeError(value, member("query_errors", type)));
+      }
+    }
+    if (const json* list = find(root, "source_priority")) {
+      requireArray(*list, "source_priority");
+      for (std::size_t i = 0; i < list->size(); ++i) {
+        contents.settings.sourcePriority.push_back(
+            string((*list)[i], element("source_priority", i)));
       }
     }
     if (const json* birth = find(root, "date_of_birth")) {

@@ -1,29 +1,165 @@
 #include "velk/platform/CumulativeSum.h"
 
 #include <algorithm>
+#include <vector>
 
 namespace velk::platform {
+namespace {
+
+// A sample that touches the interval, with its part inside it.
+struct Touching {
+  const SummableSample* sample;
+  Date from;  ///< clipped start
+  Date to;    ///< clipped end; equal to `from` for a zero-length sample
+  std::size_t rank;
+};
+
+bool isInstant(const SummableSample& sample) {
+  return sample.end.timeIntervalSince(sample.start) <= 0;
+}
+
+// The plain prorated share of one sample inside the interval.
+double share(const Touching& touching) {
+  const SummableSample& sample = *touching.sample;
+  if (isInstant(sample)) {
+    return sample.value;
+  }
+  return sample.value * (touching.to.timeIntervalSince(touching.from) /
+                         sample.end.timeIntervalSince(sample.start));
+}
+
+// Ranks the distinct origins of the touching samples, most trusted first (rank 0).
+std::size_t rankOrigins(std::vector<Touching>& touching, const SourcePriority& priority) {
+  std::vector<SampleOrigin> origins;
+  for (const Touching& t : touching) {
+    if (std::find(origins.begin(), origins.end(), t.sample->origin()) == origins.end()) {
+      origins.push_back(t.sample->origin());
+    }
+  }
+  std::sort(origins.begin(), origins.end(),
+            [&priority](const SampleOrigin& a, const SampleOrigin& b) {
+              return priority.precedes(a, b);
+            });
+  for (Touching& t : touching) {
+    t.rank = static_cast<std::size_t>(
+        std::find(origins.begin(), origins.end(), t.sample->origin()) - origins.begin());
+  }
+  return origins.size();
+}
+
+// Several origins: cut the interval into slices at every clipped start and end, find the most
+// trusted origin present in each slice, and give each sample the share of the slices its origin
+// wins. A sample that wins all its slices gets exactly its plain share, so a lone source's sum
+// does not drift by rounding.
+double mergedSum(std::vector<Touching>& touching, std::size_t origins) {
+  std::vector<Date> cuts;
+  cuts.reserve(touching.size() * 2);
+  for (const Touching& t : touching) {
+    if (t.to > t.from) {
+      cuts.push_back(t.from);
+      cuts.push_back(t.to);
+    }
+  }
+  std::sort(cuts.begin(), cuts.end());
+  cuts.erase(std::unique(cuts.begin(), cuts.end()), cuts.end());
+  const std::size_t slices = cuts.empty() ? 0 : cuts.size() - 1;
+
+  // Sweep: per origin the number of its samples open over each slice.
+  struct Edge {
+    Date at;
+    std::size_t rank;
+    int delta;
+  };
+  std::vector<Edge> edges;
+  edges.reserve(touching.size() * 2);
+  for (const Touching& t : touching) {
+    if (t.to > t.from) {
+      edges.push_back({t.from, t.rank, +1});
+      edges.push_back({t.to, t.rank, -1});
+    }
+  }
+  std::sort(edges.begin(), edges.end(), [](const Edge& a, const Edge& b) { return a.at < b.at; });
+  constexpr std::size_t kNobody = static_cast<std::size_t>(-1);
+  std::vector<std::size_t> winner(slices, kNobody);
+  std::vector<int> open(origins, 0);
+  std::size_t edge = 0;
+  for (std::size_t slice = 0; slice < slices; ++slice) {
+    while (edge < edges.size() && edges[edge].at <= cuts[slice]) {
+      open[edges[edge].rank] += edges[edge].delta;
+      ++edge;
+    }
+    for (std::size_t rank = 0; rank < origins; ++rank) {
+      if (open[rank] > 0) {
+        winner[slice] = rank;
+        break;
+      }
+    }
+  }
+
+  const auto sliceAt = [&cuts](Date moment) {
+    return static_cast<std::size_t>(std::upper_bound(cuts.begin(), cuts.end(), moment) -
+                                    cuts.begin()) -
+           1;
+  };
+  double sum = 0;
+  for (const Touching& t : touching) {
+    if (t.to <= t.from) {
+      // An instant: dropped under a more trusted source's sample.
+      const bool inside = !cuts.empty() && t.from >= cuts.front() && t.from < cuts.back();
+      if (!inside || winner[sliceAt(t.from)] >= t.rank) {
+        sum += share(t);
+      }
+      continue;
+    }
+    double lost = 0;
+    for (std::size_t slice = sliceAt(t.from); slice < slices && cuts[slice] < t.to; ++slice) {
+      if (winner[slice] != t.rank) {
+        lost += cuts[slice + 1].timeIntervalSince(cuts[slice]);
+      }
+    }
+    if (lost == 0) {
+      sum += share(t);
+      continue;
+    }
+    const double won = t.to.timeIntervalSince(t.from) - lost;
+    if (won > 0) {
+      sum += t.sample->value * (won / t.sample->end.timeIntervalSince(t.sample->start));
+    }
+  }
+  return sum;
+}
+
+}  // namespace
 
 std::optional<double> CumulativeSum::over(std::span<const SummableSample> samples,
-                                          Date intervalStart, Date intervalEnd) {
-  std::optional<double> sum;
+                                          Date intervalStart, Date intervalEnd,
+                                          const SourcePriority& priority) {
+  std::vector<Touching> touching;
   for (const SummableSample& sample : samples) {
-    const double duration = sample.end.timeIntervalSince(sample.start);
-    if (duration <= 0) {
+    if (isInstant(sample)) {
       if (sample.start >= intervalStart && sample.start < intervalEnd) {
-        sum = sum.value_or(0.0) + sample.value;
+        touching.push_back({&sample, sample.start, sample.start, 0});
       }
       continue;
     }
     const Date from = std::max(sample.start, intervalStart);
     const Date to = std::min(sample.end, intervalEnd);
-    const double inside = to.timeIntervalSince(from);
-    if (inside <= 0) {
-      continue;
+    if (to.timeIntervalSince(from) > 0) {
+      touching.push_back({&sample, from, to, 0});
     }
-    sum = sum.value_or(0.0) + sample.value * (inside / duration);
   }
-  return sum;
+  if (touching.empty()) {
+    return std::nullopt;
+  }
+  const std::size_t origins = rankOrigins(touching, priority);
+  if (origins == 1) {
+    double sum = 0;
+    for (const Touching& t : touching) {
+      sum += share(t);
+    }
+    return sum;
+  }
+  return mergedSum(touching, origins);
 }
 
 }  // namespace velk::platform

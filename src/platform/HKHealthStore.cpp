@@ -145,15 +145,16 @@ CollectionAnswer answerCollectionQuery(const HealthDatabase& database,
   auto summable = std::make_shared<std::vector<SummableSample>>();
   summable->reserve(samples.size());
   for (const StoredSample& sample : samples) {
-    summable->push_back(SummableSample{sample.start, sample.end,
-                                       sample.unit->convert(sample.value, unit),
-                                       sample.sourceBundleIdentifier});
+    summable->push_back(
+        SummableSample{sample.start, sample.end, sample.unit->convert(sample.value, unit),
+                       sample.sourceBundleIdentifier, sample.wasUserEntered.value_or(false)});
   }
   const bool sums = (static_cast<unsigned>(query.options()) &
                      static_cast<unsigned>(HKStatisticsOptions::cumulativeSum)) != 0;
-  return {HKStatisticsCollection(query.quantityType(), unit, sums, query.anchorDate(),
-                                 query.interval(), timeZone, std::move(summable)),
-          std::nullopt};
+  return {
+      HKStatisticsCollection(query.quantityType(), unit, sums, query.anchorDate(), query.interval(),
+                             timeZone, std::move(summable), database.sourcePriority()),
+      std::nullopt};
 }
 
 }  // namespace
@@ -222,11 +223,16 @@ Result<HKBiologicalSexObject> HKHealthStore::biologicalSex() const {
   if (!database_->isHealthDataAvailable()) {
     return Result<HKBiologicalSexObject>::failure(healthDataUnavailable());
   }
-  auto sex = database_->characteristics().biologicalSex;
-  if (auto* error = std::get_if<Error>(&sex)) {
-    return Result<HKBiologicalSexObject>::failure(*error);
-  }
-  return Result<HKBiologicalSexObject>::success(HKBiologicalSexObject(std::get<std::int64_t>(sex)));
+  // A visit rather than get_if: GCC's optimiser warns of an uninitialised variant otherwise.
+  struct Answer {
+    Result<HKBiologicalSexObject> operator()(std::int64_t value) const {
+      return Result<HKBiologicalSexObject>::success(HKBiologicalSexObject(value));
+    }
+    Result<HKBiologicalSexObject> operator()(const Error& error) const {
+      return Result<HKBiologicalSexObject>::failure(error);
+    }
+  };
+  return std::visit(Answer{}, database_->characteristics().biologicalSex);
 }
 
 }  // namespace velk::platform

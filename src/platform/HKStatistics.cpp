@@ -31,14 +31,15 @@ std::optional<StatisticsInterval> StatisticsInterval::fromComponents(
 HKStatisticsCollection::HKStatisticsCollection(
     HKObjectType quantityType, HKUnit unit, bool cumulativeSum, Date anchor,
     StatisticsInterval interval, std::string timeZone,
-    std::shared_ptr<const std::vector<SummableSample>> samples)
+    std::shared_ptr<const std::vector<SummableSample>> samples, SourcePriority priority)
     : quantityType_(quantityType),
       unit_(unit),
       cumulativeSum_(cumulativeSum),
       anchor_(anchor),
       interval_(interval),
       calendar_(timeZone),
-      samples_(std::move(samples)) {}
+      samples_(std::move(samples)),
+      priority_(std::move(priority)) {}
 
 std::optional<Date> HKStatisticsCollection::intervalStart(std::int64_t index) const {
   if (interval_.days > 0) {
@@ -50,7 +51,7 @@ std::optional<Date> HKStatisticsCollection::intervalStart(std::int64_t index) co
 HKStatistics HKStatisticsCollection::statisticsBetween(Date start, Date end) const {
   std::optional<HKQuantity> sum;
   if (cumulativeSum_) {
-    if (const auto total = CumulativeSum::over(*samples_, start, end)) {
+    if (const auto total = CumulativeSum::over(*samples_, start, end, priority_)) {
       sum = HKQuantity(unit_, *total);
     }
   }

@@ -21,6 +21,10 @@ std::shared_ptr<HealthDatabase> HealthDatabase::ofCurrentDevice() {
   return unavailable;
 }
 
+SourcePriority HealthDatabase::sourcePriority() const {
+  return SourcePriority{};
+}
+
 std::shared_ptr<SerialQueue> HealthDatabase::callbackQueue() const {
   std::lock_guard lock(mutex_);
   if (!queue_) {

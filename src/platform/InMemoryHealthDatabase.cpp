@@ -112,6 +112,10 @@ Characteristics InMemoryHealthDatabase::characteristics() const {
   return characteristics_;
 }
 
+SourcePriority InMemoryHealthDatabase::sourcePriority() const {
+  return SourcePriority(settings_.sourcePriority);
+}
+
 std::size_t InMemoryHealthDatabase::sampleCount() const {
   std::size_t count = 0;
   for (const auto& [type, table] : tables_) {

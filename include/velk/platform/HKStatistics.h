@@ -53,10 +53,11 @@ class HKStatisticsCollection {
  public:
   /// `samples` are the matching samples with their values in `unit`; `cumulativeSum` tells whether
   /// the query asked for sums at all. Intervals start at `anchor` and step both ways from it, in
-  /// the calendar of `timeZone`.
+  /// the calendar of `timeZone`. Overlapping sources are merged in the order of `priority`.
   HKStatisticsCollection(HKObjectType quantityType, HKUnit unit, bool cumulativeSum, Date anchor,
                          StatisticsInterval interval, std::string timeZone,
-                         std::shared_ptr<const std::vector<SummableSample>> samples);
+                         std::shared_ptr<const std::vector<SummableSample>> samples,
+                         SourcePriority priority = {});
 
   /// Calls `block` for every interval that overlaps [from, to], oldest first, with or without
   /// data.
@@ -74,6 +75,7 @@ class HKStatisticsCollection {
   StatisticsInterval interval_;
   Calendar calendar_;
   std::shared_ptr<const std::vector<SummableSample>> samples_;
+  SourcePriority priority_;
 };
 
 }  // namespace velk::platform

@@ -22,6 +22,7 @@
 #include "velk/platform/DispatchQueue.h"
 #include "velk/platform/Error.h"
 #include "velk/platform/SampleRecord.h"
+#include "velk/platform/SourcePriority.h"
 #include "velk/platform/StoredSample.h"
 
 namespace velk::platform {
@@ -45,6 +46,9 @@ struct HealthDatabaseSettings {
   std::map<std::string, Error> queryErrors;
   /// Every query on one of these types answers with neither samples (or collection) nor error.
   std::set<std::string> typesAnsweringWithoutSamples;
+  /// Bundle identifiers that the statistics trust first, after hand-entered data, when sources
+  /// overlap (see SourcePriority); empty for the default order.
+  std::vector<std::string> sourcePriority;
 };
 
 class HealthDatabase {
@@ -74,6 +78,10 @@ class HealthDatabase {
                                             std::optional<Date> end) const = 0;
 
   virtual Characteristics characteristics() const = 0;
+
+  /// The order in which statistics trust overlapping sources. The default order unless a
+  /// database is told otherwise.
+  virtual SourcePriority sourcePriority() const;
 
   /// The installed device's database; a device without one behaves as a device without health
   /// data (a process-wide empty database whose health data is not available).
