@@ -10,7 +10,11 @@ VelkPhysicalSummaries VelkPhysicalDataBuilder::buildPhysicalSummaries(Date date)
   std::unique_lock lock(mutex_);
   const auto calories = caloriesData_;
   const auto steps = totalSteps_;
-  const auto hrvAverage = hrvData_ ? std::optional<double>(hrvData_->avgValue) : std::nullopt;
+  // The HRV average is truncated here, and only here: the builder keeps it unrounded.
+  std::optional<std::int64_t> hrvAverage;
+  if (hrvData_) {
+    hrvAverage = truncatedInt64(hrvData_->avgValue);
+  }
   const auto heartRate = heartRateData_;
   const auto resting =
       restingHrData_ ? std::optional<std::int64_t>(restingHrData_->avgValue) : std::nullopt;
@@ -35,9 +39,7 @@ VelkPhysicalSummaries VelkPhysicalDataBuilder::buildPhysicalSummaries(Date date)
     daily.heartRateData.hrAvgBPM = heartRate->avgHeartRate;
   }
   daily.heartRateData.hrRestingBPM = resting;
-  if (hrvAverage) {
-    daily.heartRateData.hrvAvgSdnnNumber = truncatedInt64(*hrvAverage);
-  }
+  daily.heartRateData.hrvAvgSdnnNumber = hrvAverage;
 
   return VelkPhysicalSummaries{std::move(daily)};
 }
