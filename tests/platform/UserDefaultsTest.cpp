@@ -4,7 +4,7 @@
 #include <unistd.h>
 
 #include <fstream>
-#include <iterator>
+#include <sstream>
 #include <thread>
 #include <vector>
 
@@ -27,7 +27,9 @@ std::shared_ptr<UserDefaults> openOrFail(const std::filesystem::path& path) {
 
 std::string contents(const std::filesystem::path& path) {
   std::ifstream in(path, std::ios::binary);
-  return {std::istreambuf_iterator<char>(in), std::istreambuf_iterator<char>()};
+  std::ostringstream text;
+  text << in.rdbuf();
+  return text.str();
 }
 
 TEST(UserDefaultsTest, ValuesKeepTheirTypeAndReplaceEachOther) {
