@@ -1,5 +1,7 @@
 #include "ExportPrologue.h"
 
+#include <algorithm>
+
 namespace velk::ingest {
 
 namespace {
@@ -109,12 +111,28 @@ PrologueScan scanPrologue(std::string_view head) {
 }
 
 std::size_t replaceControlCharacters(char* data, std::size_t size) {
+  // Forbidden bytes are rare: a branch-free test per block (which compilers vectorise) finds
+  // the blocks that hold one, and only those are rewritten.
+  constexpr std::size_t kBlock = 4096;
+  const auto forbidden = [](unsigned char c) {
+    return static_cast<unsigned char>((c < 0x20) & (c != '\t') & (c != '\n') & (c != '\r'));
+  };
   std::size_t replaced = 0;
-  for (std::size_t i = 0; i < size; ++i) {
-    const auto c = static_cast<unsigned char>(data[i]);
-    const bool forbidden = c < 0x20 && c != '\t' && c != '\n' && c != '\r';
-    replaced += forbidden ? 1 : 0;
-    data[i] = forbidden ? ' ' : data[i];
+  for (std::size_t block = 0; block < size; block += kBlock) {
+    const auto end = std::min(size, block + kBlock);
+    unsigned char any = 0;
+    for (std::size_t i = block; i < end; ++i) {
+      any |= forbidden(static_cast<unsigned char>(data[i]));
+    }
+    if (any == 0) {
+      continue;
+    }
+    for (std::size_t i = block; i < end; ++i) {
+      if (forbidden(static_cast<unsigned char>(data[i])) != 0) {
+        data[i] = ' ';
+        ++replaced;
+      }
+    }
   }
   return replaced;
 }
