@@ -1,0 +1,466 @@
+#include "velk/ingest/ExportImport.h"
+
+#include <fcntl.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <atomic>
+#include <cmath>
+#include <system_error>
+#include <unordered_map>
+#include <vector>
+
+#include "ImportLayout.h"
+#include "Sqlite.h"
+#include "velk/ingest/ExportSource.h"
+#include "velk/ingest/ImportedHealthDatabase.h"
+#include "velk/platform/HKUnit.h"
+
+namespace velk::ingest {
+namespace {
+
+using layout::PackedSample;
+
+// Samples buffered before they are written out as blocks: about 40 MiB. Exports keep the records
+// of one type together and in time order, so a flush seldom splits a day's block in two.
+constexpr std::size_t kFlushSamples = std::size_t{1} << 20;
+
+// The source in front of the reader, counting the bytes that pass for the progress display.
+class CountingSource final : public ExportSource {
+ public:
+  explicit CountingSource(std::unique_ptr<ExportSource> inner) : inner_(std::move(inner)) {}
+
+  Result<std::size_t> read(char* buffer, std::size_t size) override {
+    auto got = inner_->read(buffer, size);
+    if (got.isSuccess()) {
+      bytes_.fetch_add(got.value(), std::memory_order_relaxed);
+    }
+    return got;
+  }
+  const std::string& description() const override { return inner_->description(); }
+  std::uint64_t size() const override { return inner_->size(); }
+  std::uint64_t bytesRead() const { return bytes_.load(std::memory_order_relaxed); }
+
+ private:
+  std::unique_ptr<ExportSource> inner_;
+  std::atomic<std::uint64_t> bytes_{0};
+};
+
+// Writes what the reader delivers into a fresh database, block by block. SQLite failures are
+// kept and reported at the end; after the first one nothing more is written.
+class DatabaseWriter final : public ExportSink {
+ public:
+  DatabaseWriter(sqlite::Connection& connection, const CountingSource& source,
+                 const ImportProgressHandler& progress)
+      : connection_(connection), source_(source), progress_(progress) {}
+
+  Result<bool> prepare() {
+    if (auto made = connection_.execute(
+            "PRAGMA journal_mode = OFF; PRAGMA synchronous = OFF; PRAGMA locking_mode = "
+            "EXCLUSIVE; PRAGMA page_size = 65536; BEGIN;");
+        made.isFailure()) {
+      return made;
+    }
+    if (auto made = connection_.execute(layout::kSchema); made.isFailure()) {
+      return made;
+    }
+    auto insert = connection_.prepare(
+        "INSERT INTO blocks(type_id, is_long, first_start, last_end, sample_count, samples) "
+        "VALUES (?1, ?2, ?3, ?4, ?5, ?6)");
+    if (insert.isFailure()) {
+      return Result<bool>::failure(insert.error());
+    }
+    insertBlock_ = std::move(insert).value();
+    return Result<bool>::success(true);
+  }
+
+  void characteristics(platform::Characteristics characteristics) override {
+    characteristics_ = std::move(characteristics);
+    characteristicsFound_ = true;
+  }
+
+  void record(platform::SampleRecord record) override { add(record); }
+
+  void records(std::vector<platform::SampleRecord>&& batch) override {
+    for (const platform::SampleRecord& record : batch) {
+      add(record);
+    }
+    reportProgress(false);
+  }
+
+  /// Writes what is buffered, the small tables and the index, and commits.
+  Result<bool> finish(const ImportSummary& summary) {
+    flush();
+    if (failure_) {
+      return Result<bool>::failure(*failure_);
+    }
+    for (const auto& step :
+         {writeTypes(), writeUnits(), writeSources(), writeCharacteristics(), writeMeta(summary)}) {
+      if (step.isFailure()) {
+        return step;
+      }
+    }
+    insertBlock_ = sqlite::Statement();  // finalised, so that the connection can close
+    if (auto indexed = connection_.execute(layout::kIndex); indexed.isFailure()) {
+      return indexed;
+    }
+    if (auto committed = connection_.execute("COMMIT;"); committed.isFailure()) {
+      return committed;
+    }
+    reportProgress(true);
+    return Result<bool>::success(true);
+  }
+
+  std::uint64_t samplesStored() const { return stored_; }
+  std::uint64_t samplesWithoutUnit() const { return withoutUnit_; }
+  bool characteristicsFound() const { return characteristicsFound_; }
+
+ private:
+  struct TypeEntry {
+    std::int64_t id = 0;
+    double longestSpan = 0;
+  };
+  struct Block {
+    std::int64_t typeId = 0;
+    bool isLong = false;
+    double firstStart = 0;
+    double lastEnd = 0;
+    std::vector<PackedSample> samples;
+  };
+  struct BlockKey {
+    std::int64_t typeId;
+    bool isLong;
+    std::int64_t day;
+    bool operator==(const BlockKey&) const = default;
+  };
+  struct BlockKeyHash {
+    std::size_t operator()(const BlockKey& key) const {
+      return std::hash<std::int64_t>{}(key.typeId * 2 + key.isLong) ^
+             std::hash<std::int64_t>{}(key.day) * 31;
+    }
+  };
+
+  void add(const platform::SampleRecord& record) {
+    PackedSample sample;
+    if (record.kind == platform::SampleKind::quantity) {
+      const auto unit = unitId(record.unit);
+      if (!unit) {
+        ++withoutUnit_;  // no query could convert its value; the store would refuse it too
+        return;
+      }
+      sample.unit = *unit;
+    }
+    sample.start = record.start.timeIntervalSinceReferenceDate();
+    sample.end = record.end.timeIntervalSinceReferenceDate();
+    sample.value = record.value;
+    sample.ordinal = ordinal_++;
+    sample.source = sourceId(record.sourceBundleIdentifier, record.sourceName);
+    sample.kind = static_cast<std::uint8_t>(record.kind);
+    sample.entered = layout::enteredCode(record.wasUserEntered);
+
+    TypeEntry& type = typeEntry(record.type);
+    const bool isLong = sample.end - sample.start > layout::kLongSampleSeconds;
+    const auto day = static_cast<std::int64_t>(std::floor(sample.start / 86400.0));
+    Block& block = open_[BlockKey{type.id, isLong, isLong ? 0 : day}];
+    if (block.samples.empty()) {
+      block.typeId = type.id;
+      block.isLong = isLong;
+      block.firstStart = sample.start;
+      block.lastEnd = sample.end;
+    }
+    block.firstStart = std::min(block.firstStart, sample.start);
+    block.lastEnd = std::max(block.lastEnd, sample.end);
+    if (!isLong) {
+      type.longestSpan = std::max(type.longestSpan, block.lastEnd - block.firstStart);
+    }
+    block.samples.push_back(sample);
+    if (++buffered_ >= kFlushSamples) {
+      flush();
+    }
+  }
+
+  TypeEntry& typeEntry(const std::string& identifier) {
+    if (identifier == lastType_ && lastTypeEntry_ != nullptr) {
+      return *lastTypeEntry_;
+    }
+    auto [found, added] = types_.try_emplace(identifier);
+    if (added) {
+      found->second.id = static_cast<std::int64_t>(types_.size());
+    }
+    lastType_ = identifier;
+    lastTypeEntry_ = &found->second;
+    return found->second;
+  }
+
+  std::optional<std::uint16_t> unitId(const std::string& text) {
+    if (const auto found = units_.find(text); found != units_.end()) {
+      return found->second;
+    }
+    std::optional<std::uint16_t> id;
+    if (platform::HKUnit::unitFromString(text) && unitTexts_.size() < 0xFFFF) {
+      unitTexts_.push_back(text);
+      id = static_cast<std::uint16_t>(unitTexts_.size());  // ids from 1; 0 is no unit
+    }
+    units_.emplace(text, id);
+    return id;
+  }
+
+  std::uint32_t sourceId(const std::string& bundleIdentifier, const std::string& name) {
+    key_.assign(bundleIdentifier).push_back('\0');
+    key_.append(name);
+    auto [found, added] = sources_.try_emplace(key_, 0);
+    if (added) {
+      found->second = static_cast<std::uint32_t>(sourceList_.size());
+      sourceList_.emplace_back(bundleIdentifier, name);
+    }
+    return found->second;
+  }
+
+  void flush() {
+    std::vector<unsigned char> bytes;
+    for (auto& [key, block] : open_) {
+      if (failure_) {
+        break;
+      }
+      bytes.resize(block.samples.size() * layout::kSampleBytes);
+      for (std::size_t i = 0; i < block.samples.size(); ++i) {
+        layout::pack(block.samples[i], bytes.data() + i * layout::kSampleBytes);
+      }
+      insertBlock_.bind(1, block.typeId);
+      insertBlock_.bind(2, std::int64_t{block.isLong ? 1 : 0});
+      insertBlock_.bind(3, block.firstStart);
+      insertBlock_.bind(4, block.lastEnd);
+      insertBlock_.bind(5, static_cast<std::int64_t>(block.samples.size()));
+      insertBlock_.bindBlob(6, bytes.data(), bytes.size());
+      if (insertBlock_.step() != SQLITE_DONE) {
+        failure_ = databaseError(DatabaseErrorCode::sqliteFailed,
+                                 "cannot store samples: " + connection_.lastMessage());
+      }
+      insertBlock_.reset();
+      stored_ += block.samples.size();
+    }
+    open_.clear();
+    buffered_ = 0;
+  }
+
+  Result<bool> insertRows(std::string_view sql,
+                          const std::function<bool(sqlite::Statement&)>& bindAndStepAll) {
+    auto statement = connection_.prepare(sql);
+    if (statement.isFailure()) {
+      return Result<bool>::failure(statement.error());
+    }
+    sqlite::Statement prepared = std::move(statement).value();
+    if (!bindAndStepAll(prepared)) {
+      return Result<bool>::failure(databaseError(DatabaseErrorCode::sqliteFailed,
+                                                 "cannot store: " + connection_.lastMessage()));
+    }
+    return Result<bool>::success(true);
+  }
+
+  static bool stepOnce(sqlite::Statement& statement) {
+    const bool done = statement.step() == SQLITE_DONE;
+    statement.reset();
+    return done;
+  }
+
+  Result<bool> writeTypes() {
+    return insertRows("INSERT INTO types(id, identifier, longest_span) VALUES (?1, ?2, ?3)",
+                      [this](sqlite::Statement& insert) {
+                        for (const auto& [identifier, type] : types_) {
+                          insert.bind(1, type.id);
+                          insert.bind(2, std::string_view(identifier));
+                          insert.bind(3, type.longestSpan);
+                          if (!stepOnce(insert)) {
+                            return false;
+                          }
+                        }
+                        return true;
+                      });
+  }
+
+  Result<bool> writeUnits() {
+    return insertRows("INSERT INTO units(id, text) VALUES (?1, ?2)",
+                      [this](sqlite::Statement& insert) {
+                        for (std::size_t i = 0; i < unitTexts_.size(); ++i) {
+                          insert.bind(1, static_cast<std::int64_t>(i + 1));
+                          insert.bind(2, std::string_view(unitTexts_[i]));
+                          if (!stepOnce(insert)) {
+                            return false;
+                          }
+                        }
+                        return true;
+                      });
+  }
+
+  Result<bool> writeSources() {
+    return insertRows("INSERT INTO sources(id, bundle_identifier, name) VALUES (?1, ?2, ?3)",
+                      [this](sqlite::Statement& insert) {
+                        for (std::size_t i = 0; i < sourceList_.size(); ++i) {
+                          insert.bind(1, static_cast<std::int64_t>(i));
+                          insert.bind(2, std::string_view(sourceList_[i].first));
+                          insert.bind(3, std::string_view(sourceList_[i].second));
+                          if (!stepOnce(insert)) {
+                            return false;
+                          }
+                        }
+                        return true;
+                      });
+  }
+
+  Result<bool> writeCharacteristics() {
+    return insertRows(
+        "INSERT INTO characteristics(birth_year, birth_month, birth_day, biological_sex) "
+        "VALUES (?1, ?2, ?3, ?4)",
+        [this](sqlite::Statement& insert) {
+          // Exports carry plain values here; a failing read exists only in store files.
+          if (const auto* birth =
+                  std::get_if<platform::DateComponents>(&characteristics_.dateOfBirth)) {
+            const std::optional<std::int64_t> parts[] = {birth->year, birth->month, birth->day};
+            for (int i = 0; i < 3; ++i) {
+              if (parts[i]) {
+                insert.bind(i + 1, *parts[i]);
+              }
+            }
+          }
+          const auto* sex = std::get_if<std::int64_t>(&characteristics_.biologicalSex);
+          insert.bind(4, sex != nullptr ? *sex : std::int64_t{0});
+          return stepOnce(insert);
+        });
+  }
+
+  Result<bool> writeMeta(const ImportSummary& summary) {
+    std::string warnings;
+    for (const std::string& line : summary.report.warningLines()) {
+      warnings += line + "\n";
+    }
+    const std::pair<std::string, std::string> entries[] = {
+        {"format", std::string(layout::kFormatName)},
+        {"version", std::to_string(layout::kFormatVersion)},
+        {"export", summary.exportDescription},
+        {"samples", std::to_string(stored_)},
+        {"warnings", warnings},
+    };
+    return insertRows("INSERT INTO meta(key, value) VALUES (?1, ?2)",
+                      [&entries](sqlite::Statement& insert) {
+                        for (const auto& [key, value] : entries) {
+                          insert.bind(1, std::string_view(key));
+                          insert.bind(2, std::string_view(value));
+                          if (!stepOnce(insert)) {
+                            return false;
+                          }
+                        }
+                        return true;
+                      });
+  }
+
+  void reportProgress(bool finished) {
+    if (!progress_) {
+      return;
+    }
+    progress_(ImportProgress{source_.bytesRead(), source_.size(), ordinal_, finished});
+  }
+
+  sqlite::Connection& connection_;
+  const CountingSource& source_;
+  const ImportProgressHandler& progress_;
+  sqlite::Statement insertBlock_;
+  std::optional<Error> failure_;
+
+  std::unordered_map<std::string, TypeEntry> types_;
+  std::string lastType_;
+  TypeEntry* lastTypeEntry_ = nullptr;
+  std::unordered_map<std::string, std::optional<std::uint16_t>> units_;
+  std::vector<std::string> unitTexts_;
+  std::unordered_map<std::string, std::uint32_t> sources_;
+  std::vector<std::pair<std::string, std::string>> sourceList_;
+  std::string key_;
+  std::unordered_map<BlockKey, Block, BlockKeyHash> open_;
+  std::size_t buffered_ = 0;
+  std::uint64_t ordinal_ = 0;
+  std::uint64_t stored_ = 0;
+  std::uint64_t withoutUnit_ = 0;
+  platform::Characteristics characteristics_;
+  bool characteristicsFound_ = false;
+};
+
+// Flushes the finished file to the disk before it replaces the old one: a crash right after the
+// rename must not leave a database whose pages never reached the disk.
+bool syncToDisk(const std::filesystem::path& path) {
+  const int descriptor = ::open(path.c_str(), O_RDONLY | O_CLOEXEC);
+  if (descriptor < 0) {
+    return false;
+  }
+  const bool synced = ::fsync(descriptor) == 0;
+  ::close(descriptor);
+  return synced;
+}
+
+void removeQuietly(const std::filesystem::path& path) {
+  std::error_code ignored;
+  std::filesystem::remove(path, ignored);
+}
+
+}  // namespace
+
+Result<ImportSummary> importExport(const std::filesystem::path& exportPath,
+                                   const std::filesystem::path& databasePath,
+                                   const ImportOptions& options,
+                                   const ImportProgressHandler& progress) {
+  auto opened = ExportSource::open(exportPath);
+  if (opened.isFailure()) {
+    return Result<ImportSummary>::failure(opened.error());
+  }
+  CountingSource source(std::move(opened).value());
+
+  // A leftover of an interrupted import is of no use: it was never complete.
+  std::filesystem::path temporary = databasePath;
+  temporary += ".importing";
+  removeQuietly(temporary);
+  const auto fail = [&temporary](Error error) {
+    removeQuietly(temporary);
+    return Result<ImportSummary>::failure(std::move(error));
+  };
+
+  auto connection = sqlite::Connection::open(temporary, sqlite::Connection::Mode::create);
+  if (connection.isFailure()) {
+    return fail(connection.error());
+  }
+  ImportSummary summary;
+  {
+    sqlite::Connection database = std::move(connection).value();
+    DatabaseWriter writer(database, source, progress);
+    if (auto prepared = writer.prepare(); prepared.isFailure()) {
+      return fail(prepared.error());
+    }
+    auto report = ExportReader(options.read).read(source, writer);
+    if (report.isFailure()) {
+      return fail(report.error());
+    }
+    summary.report = std::move(report).value();
+    summary.exportDescription = source.description();
+    summary.xmlBytes = source.bytesRead();
+    if (auto finished = writer.finish(summary); finished.isFailure()) {
+      return fail(finished.error());
+    }
+    summary.samplesStored = writer.samplesStored();
+    summary.samplesWithoutUnit = writer.samplesWithoutUnit();
+    summary.characteristicsFound = writer.characteristicsFound();
+    if (!database.close()) {
+      return fail(databaseError(DatabaseErrorCode::sqliteFailed,
+                                "cannot close the new database: " + database.lastMessage()));
+    }
+  }
+  if (!syncToDisk(temporary)) {
+    return fail(databaseError(DatabaseErrorCode::cannotReplace,
+                              temporary.string() + ": cannot flush the new database to disk"));
+  }
+  std::error_code renamed;
+  std::filesystem::rename(temporary, databasePath, renamed);
+  if (renamed) {
+    return fail(databaseError(DatabaseErrorCode::cannotReplace,
+                              databasePath.string() + ": cannot replace: " + renamed.message()));
+  }
+  return Result<ImportSummary>::success(std::move(summary));
+}
+
+}  // namespace velk::ingest
