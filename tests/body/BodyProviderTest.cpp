@@ -7,6 +7,7 @@
 #include <gtest/gtest.h>
 
 #include "body/BodyTestSupport.h"
+#include "velk/healthstore/AppleHealthErrors.h"
 #include "velk/interface/ExtractionLastDateStorage.h"
 #include "velk/platform/DebugOutput.h"
 
@@ -69,7 +70,7 @@ TEST(BodyProviderTest, NothingReadableStillSucceedsWithAnEmptyDocument) {
   characteristics.dateOfBirth = refused;
   characteristics.biologicalSex = refused;
   platform::HealthDatabaseSettings settings;
-  settings.queryErrors.emplace(kBodyMass, refused);
+  settings.unknownTypes.insert(kBodyMass);
   settings.queryErrors.emplace(kHeight, refused);
   TestDevice device({.healthDatabase = database({}, characteristics, settings)});
   auto provider = std::make_shared<VelkBodyProvider>();
@@ -78,7 +79,10 @@ TEST(BodyProviderTest, NothingReadableStillSucceedsWithAnEmptyDocument) {
   platform::DebugOutputCapture debug;
   const auto document = bodySummary(*provider, device, requested);
   const std::string line = platform::debugDescription(refused) + "\n";
-  EXPECT_EQ(debug.text(), line + line + line + line);
+  EXPECT_EQ(debug.text(),
+            line + line +
+                platform::debugDescription(makeError(AppleHealthErrors::sampleTypeNotAvailable)) +
+                "\n" + line);
 
   const auto json = document.getDictionary();
   const auto& data = json["summaries"]["body_data"];
@@ -137,6 +141,16 @@ TEST(BodyProviderTest, ReleasedWhileAReadIsOutNeverCompletes) {
   device.mainQueue().drain();
   EXPECT_FALSE(completed);
   EXPECT_EQ(storedBodyDate(), std::nullopt);
+}
+
+TEST(BodyProviderDeathTest, AProviderWithoutAnOwnerIsAMistakeFoundAtOnce) {
+  TestDevice device({.healthDatabase = database({})});
+  EXPECT_DEATH(
+      {
+        VelkBodyProvider provider;
+        provider.getBodySummary(utcDate(2024, 3, 1), [](auto) {});
+      },
+      "must be held by a std::shared_ptr");
 }
 
 TEST(BodyProviderConcurrencyTest, OverlappingRequestsShareOneBuilderSafely) {
