@@ -1,0 +1,228 @@
+// The tool end to end: a store file in, documents and results out, as a user runs it.
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+#include <nlohmann/json.hpp>
+
+#include <algorithm>
+#include <sstream>
+#include <string>
+#include <vector>
+
+#include "cli/Tool.h"
+#include "support/TempDir.h"
+#include "velk/platform/DebugOutput.h"
+
+namespace velk::cli {
+namespace {
+
+using nlohmann::json;
+using ::testing::HasSubstr;
+
+struct ToolRun {
+  int status = -1;
+  std::vector<json> lines;  // stdout, one JSON value per line
+  std::string err;
+};
+
+class ToolTest : public ::testing::Test {
+ protected:
+  // Runs velk with a private state database, a Berlin device and `store` as its data source.
+  ToolRun velk(std::vector<std::string> arguments, const json& store = json::object()) {
+    std::vector<std::string> all = {"--state", state_, "--language", "en"};
+    if (std::find(arguments.begin(), arguments.end(), "--tz") == arguments.end()) {
+      all.insert(all.end(), {"--tz", "Europe/Berlin"});
+    }
+    if (!store.is_null()) {
+      all.insert(all.end(), {"--store", folder_.write("store.json", store.dump()).string()});
+    }
+    all.insert(all.end(), arguments.begin(), arguments.end());
+    std::ostringstream out;
+    std::ostringstream err;
+    ToolRun run;
+    {
+      // The library's debug output goes to the process's stderr; collect it with the tool's own.
+      platform::DebugOutputCapture debugOutput;
+      run.status = runTool(all, out, err);
+      err << debugOutput.text();
+    }
+    std::istringstream lines(out.str());
+    for (std::string line; std::getline(lines, line);) {
+      run.lines.push_back(json::parse(line));
+    }
+    run.err = err.str();
+    return run;
+  }
+
+  static json sample(const std::string& type, const std::string& start, const std::string& end,
+                     json value, json extra = json::object()) {
+    json one = {{"type", type}, {"start", start}, {"end", end}, {"value", value}};
+    one.update(extra);
+    return one;
+  }
+
+  testing::TempDir folder_;
+  std::string state_ = folder_.file("defaults.sqlite").string();
+};
+
+constexpr const char* kSleep = "HKCategoryTypeIdentifierSleepAnalysis";
+constexpr const char* kSteps = "HKQuantityTypeIdentifierStepCount";
+
+const json& sleepOf(const json& document) {
+  return document["summaries"]["sleep_related_data"]["sleep_duration_related_data"];
+}
+
+TEST_F(ToolTest, SleepNightKeepsTheHealthAppsSourcesAndCountsOverlapsTwice) {
+  const json store = {{"samples",
+                       {sample(kSleep, "2024-03-09T23:00:00+01:00", "2024-03-10T07:00:00+01:00", 0,
+                               {{"source", "com.apple.health.8D2F3A"}}),
+                        sample(kSleep, "2024-03-10T00:00:00+01:00", "2024-03-10T01:00:00+01:00", 3),
+                        sample(kSleep, "2024-03-10T00:30:00+01:00", "2024-03-10T01:30:00+01:00", 3),
+                        sample(kSleep, "2024-03-10T02:00:00+01:00", "2024-03-10T03:00:00+01:00", 4,
+                               {{"source", "com.example.sleepapp"}}),
+                        sample(kSleep, "2024-03-10T03:00:00+01:00", "2024-03-10T03:30:00+01:00", 5,
+                               {{"metadata", {{"HKWasUserEntered", true}}}})}}};
+  const ToolRun run = velk({"summary", "sleep", "--date", "2024-03-10T08:30"}, store);
+  ASSERT_EQ(run.status, 0) << run.err;
+  ASSERT_EQ(run.lines.size(), 1u);
+  const json& night = sleepOf(run.lines[0]);
+  EXPECT_EQ(night["time_in_bed_seconds"], 8 * 3600);
+  EXPECT_EQ(night["light_sleep_duration_seconds"], 2 * 3600);  // two overlapping hours, both
+  EXPECT_EQ(night["sleep_duration_seconds"], 2 * 3600);
+  EXPECT_EQ(night["deep_sleep_duration_seconds"], 0);  // another app's sample
+  EXPECT_EQ(night["rem_sleep_duration_seconds"], 0);   // entered by hand
+
+  // The stored date is the moment asked for, not the night's start or noon.
+  const ToolRun dates = velk({"last-date"});
+  ASSERT_EQ(dates.lines.size(), 1u);
+  EXPECT_EQ(dates.lines[0]["velk_last_sleep_date_extraction"], "2024-03-10T08:30:00.000+01:00");
+  EXPECT_EQ(dates.lines[0]["velk_last_physical_date_extraction"], nullptr);
+}
+
+TEST_F(ToolTest, OlderSystemsDoNotUnderstandSleepStages) {
+  const json store = {
+      {"samples",
+       {sample(kSleep, "2024-03-10T01:00:00+01:00", "2024-03-10T02:00:00+01:00", 3),
+        sample(kSleep, "2024-03-10T02:00:00+01:00", "2024-03-10T02:30:00+01:00", 1)}}};
+  const ToolRun modern = velk({"summary", "sleep", "--date", "2024-03-10"}, store);
+  const ToolRun legacy =
+      velk({"--os-version", "15.7", "summary", "sleep", "--date", "2024-03-10"}, store);
+  ASSERT_EQ(modern.status, 0);
+  ASSERT_EQ(legacy.status, 0);
+  EXPECT_EQ(sleepOf(modern.lines[0])["sleep_duration_seconds"], 5400);
+  EXPECT_EQ(sleepOf(legacy.lines[0])["sleep_duration_seconds"], 1800);
+}
+
+TEST_F(ToolTest, AStoreErrorIsPrintedAsAnErrorResultAndLeavesTheDateAlone) {
+  ASSERT_EQ(velk({"summary", "sleep", "--date", "2024-03-01"}).status, 0);
+  const json failing = {
+      {"query_errors", {{kSleep, {{"code", 5}, {"message", "Authorization not determined"}}}}}};
+  const ToolRun run = velk({"summary", "sleep", "--date", "2024-03-10"}, failing);
+  EXPECT_EQ(run.status, 3);
+  ASSERT_EQ(run.lines.size(), 1u);
+  EXPECT_EQ(run.lines[0], json::parse(R"({"error": {"domain": "com.apple.healthkit", "code": 5,
+                                          "message": "Authorization not determined"}})"));
+  EXPECT_EQ(velk({"last-date"}).lines[0]["velk_last_sleep_date_extraction"],
+            "2024-03-01T00:00:00.000+01:00");
+}
+
+TEST_F(ToolTest, AnEmptyNightIsANightOfNothingAtTheDevicesNow) {
+  const ToolRun run =
+      velk({"--now", "2024-03-10T09:15:00Z", "summary", "sleep", "--date", "2024-03-10"});
+  ASSERT_EQ(run.status, 0);
+  const json& night = sleepOf(run.lines[0]);
+  const double now = 731754900;  // 2024-03-10T09:15:00Z in seconds since 2001
+  EXPECT_EQ(night["sleep_start_datetime"], now);
+  EXPECT_EQ(night["sleep_end_datetime"], now);
+  EXPECT_EQ(night["sleep_duration_seconds"], 0);
+}
+
+TEST_F(ToolTest, PhysicalDaySumsLeaveOutHandEntriesAndTheFirstMinutes) {
+  const json store = {
+      {"samples",
+       {sample(kSteps, "2024-03-10T00:01:00+01:00", "2024-03-10T00:05:00+01:00", 500),
+        sample(kSteps, "2024-03-10T09:00:00+01:00", "2024-03-10T09:10:00+01:00", 1234.9),
+        sample(kSteps, "2024-03-10T10:00:00+01:00", "2024-03-10T10:10:00+01:00", 999,
+               {{"metadata", {{"HKWasUserEntered", true}}}}),
+        sample("HKQuantityTypeIdentifierBasalEnergyBurned", "2024-03-10T09:00:00+01:00",
+               "2024-03-10T10:00:00+01:00", 1650)}}};
+  const ToolRun run = velk({"summary", "physical", "--date", "2024-03-10T18:00"}, store);
+  ASSERT_EQ(run.status, 0) << run.err;
+  const json& day = run.lines[0]["summaries"]["daily_activity_related_data"];
+  EXPECT_EQ(day["distance_data"]["steps_per_day_number"], 1234);
+  // No active energy at all: the calorie result fails as a whole, both keys stay null, and the
+  // failed read is reported on stderr.
+  EXPECT_EQ(day["calories_data"]["calories_basal_metabolic_rate_kilocalories"], nullptr);
+  EXPECT_EQ(day["calories_data"]["calories_net_active_kilocalories"], nullptr);
+  EXPECT_THAT(run.err, HasSubstr("The value of the sum queantity is nil"));
+  EXPECT_FALSE(day.contains("non_structured_data"));
+}
+
+TEST_F(ToolTest, BodyTakesTheNewestWeightInKilogramsAndTheAgeAtTheMoment) {
+  json samples = json::array();
+  for (int day = 1; day <= 12; ++day) {
+    const std::string date = "2024-03-" + std::string(day < 10 ? "0" : "") + std::to_string(day);
+    samples.push_back(sample("HKQuantityTypeIdentifierBodyMass", date + "T07:00:00+01:00",
+                             date + "T07:00:00+01:00", 150 + day, {{"unit", "lb"}}));
+  }
+  const json store = {{"date_of_birth", "1990-03-08"}, {"biological_sex", 2}, {"samples", samples}};
+  const ToolRun run =
+      velk({"--now", "2024-03-07T12:00", "summary", "body", "--date", "2024-03-07T12:00"}, store);
+  ASSERT_EQ(run.status, 0) << run.err;
+  const json& body = run.lines[0]["summaries"]["body_data"];
+  EXPECT_EQ(body["body"]["weight_kg_number"], 71);  // 157 lb = 71.2 kg, the 7th's weigh-in
+  const json& person = body["metadata"]["user_demographics"][0];
+  EXPECT_EQ(person["gender"], "male");
+  EXPECT_EQ(person["date_of_birth"], "1990-03-08");
+  EXPECT_EQ(person["age"], 33);  // the birthday is tomorrow
+}
+
+TEST_F(ToolTest, AllPrintsSleepPhysicalBodyOnePerLineForEveryDayOfARange) {
+  const ToolRun run = velk({"summary", "all", "--from", "2024-03-30", "--to", "2024-04-01"});
+  ASSERT_EQ(run.status, 0) << run.err;
+  ASSERT_EQ(run.lines.size(), 9u);
+  const std::vector<std::string> kinds = {"sleep_health", "physical_health", "body_health"};
+  for (std::size_t i = 0; i < run.lines.size(); ++i) {
+    EXPECT_EQ(run.lines[i]["data_structure"], kinds[i % 3]);
+  }
+  // Each day is asked at noon local time, also after the clocks went forward on the 31st.
+  const double noonOfTheFirst = 733658400;  // 2024-04-01T10:00:00Z
+  EXPECT_EQ(run.lines[7]["summaries"]["daily_activity_related_data"]["metadata"]["datetime"],
+            noonOfTheFirst);
+}
+
+TEST_F(ToolTest, PermissionsPrintTheReadSetOrTheError) {
+  const ToolRun body = velk({"permissions", "body"});
+  ASSERT_EQ(body.status, 0) << body.err;
+  EXPECT_EQ(body.lines[0], json::parse(R"({"success": true, "requested": [
+      "HKCharacteristicTypeIdentifierBiologicalSex", "HKCharacteristicTypeIdentifierDateOfBirth",
+      "HKQuantityTypeIdentifierBodyMass", "HKQuantityTypeIdentifierHeight"]})"));
+
+  const ToolRun unavailable = velk({"permissions", "all"}, {{"health_data_available", false}});
+  EXPECT_EQ(unavailable.status, 3);
+  EXPECT_EQ(unavailable.lines[0]["error"]["message"],
+            "apple health kit is not avaible un your device");
+  EXPECT_THAT(unavailable.err, HasSubstr("\"No health data is available.\""));
+}
+
+TEST_F(ToolTest, BadInputIsReportedOnStderrWithStatusTwo) {
+  const ToolRun zone = velk({"--tz", "Mars/Olympus", "last-date"});
+  EXPECT_EQ(zone.status, 2);
+  EXPECT_THAT(zone.err, HasSubstr("Mars/Olympus"));
+
+  const ToolRun store = velk({"summary", "sleep", "--date", "2024-03-10"},
+                             {{"samples", {{{"type", kSteps}, {"value", "many"}}}}});
+  EXPECT_EQ(store.status, 2);
+  EXPECT_THAT(store.err, HasSubstr("store.json"));
+  EXPECT_THAT(store.err, HasSubstr("samples[0]"));
+
+  const ToolRun instant = velk({"summary", "sleep", "--date", "10/03/2024"});
+  EXPECT_EQ(instant.status, 2);
+  EXPECT_THAT(instant.err, HasSubstr("10/03/2024"));
+  EXPECT_TRUE(instant.lines.empty());
+
+  EXPECT_EQ(velk({"summary", "naps", "--date", "2024-03-10"}).status, 2);
+  EXPECT_EQ(velk({"summary", "sleep"}).status, 2);
+}
+
+}  // namespace
+}  // namespace velk::cli
