@@ -155,12 +155,6 @@ TEST(PermissionTest, DeviceWithoutHealthDataFailsAtOnceAndSaysSo) {
 }
 
 TEST(PermissionTest, TheStoresAnswerIsPassedOnInBothForms) {
-  {
-    TestDevice device({.healthDatabase = store()});
-    const auto [success, error] = askHost(&VelkPermissionExtraction::requestSleepPermissionsObjc);
-    EXPECT_TRUE(success);
-    EXPECT_FALSE(error.has_value());
-  }
   const Error sheetFailed(platform::kHealthKitErrorDomain, 4, "Authorization request failed");
   platform::HealthDatabaseSettings settings;
   settings.authorization = {false, sheetFailed};
