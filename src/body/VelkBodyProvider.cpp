@@ -59,30 +59,30 @@ void VelkBodyProvider::getBodySummary(Date date, Completion completion) {
   // The measurements answer on the store's queue. A reader that has gone never answers, and then
   // the group never empties: the request ends there, as the provider itself has gone.
   group.enter();
-  weightProvider->getWeight(date, [weakSelf, group](Result<std::vector<VelkWeightSample>> samples) {
-    if (auto self = weakSelf.lock()) {
-      if (samples.isSuccess()) {
-        self->bodyBuilder.setWeightSamples(std::move(samples).value());
-      } else {
-        platform::debugPrint(samples.error());
-      }
-    }
-    auto done = group;
-    done.leave();
-  });
+  weightProvider->getWeight(
+      date, [weakSelf, group](Result<std::vector<VelkWeightSample>> samples) mutable {
+        if (auto self = weakSelf.lock()) {
+          if (samples.isSuccess()) {
+            self->bodyBuilder.setWeightSamples(std::move(samples).value());
+          } else {
+            platform::debugPrint(samples.error());
+          }
+        }
+        group.leave();
+      });
 
   group.enter();
-  heightProvider->getHeight(date, [weakSelf, group](Result<std::vector<VelkHeightSample>> samples) {
-    if (auto self = weakSelf.lock()) {
-      if (samples.isSuccess()) {
-        self->bodyBuilder.setHeightSamples(std::move(samples).value());
-      } else {
-        platform::debugPrint(samples.error());
-      }
-    }
-    auto done = group;
-    done.leave();
-  });
+  heightProvider->getHeight(
+      date, [weakSelf, group](Result<std::vector<VelkHeightSample>> samples) mutable {
+        if (auto self = weakSelf.lock()) {
+          if (samples.isSuccess()) {
+            self->bodyBuilder.setHeightSamples(std::move(samples).value());
+          } else {
+            platform::debugPrint(samples.error());
+          }
+        }
+        group.leave();
+      });
 
   group.notify(platform::Device::current()->mainQueue(),
                [weakSelf, date, completion = std::move(completion)] {

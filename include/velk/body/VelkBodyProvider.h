@@ -44,9 +44,6 @@ class VelkBodyProvider final : public BodySummaryOwner,
   /// clears it); a failure is debug-printed and leaves it as it was.
   void setBirthDate(const Result<std::optional<Date>>& result);
 
-  /// What the provider has collected so far.
-  const VelkBodyDataBuilder& builder() const { return bodyBuilder; }
-
  private:
   // Built in this order and never replaced. The readers are shared so that their store answers can
   // hold them weakly.
