@@ -223,12 +223,12 @@ VELK_API velk_error* velk_device_date(const velk_device* device, int year, int m
  * (may be NULL) receives the number of items run. */
 VELK_API velk_error* velk_main_queue_run_until_idle(velk_device* device, size_t* ran_out);
 
-/** Runs items as they arrive for `milliseconds`. */
+/** Runs items as they arrive for `milliseconds` (less if the device starts closing). */
 VELK_API velk_error* velk_main_queue_run_for(velk_device* device, uint32_t milliseconds);
 
 /** Runs items as they arrive until `done(context)` is non-zero (checked on entry and after each
- * item) or `timeout_milliseconds` have passed. *satisfied_out (may be NULL) receives whether
- * `done` held. */
+ * item) or `timeout_milliseconds` have passed, or the device starts closing on another thread.
+ * *satisfied_out (may be NULL) receives whether `done` held. */
 VELK_API velk_error* velk_main_queue_run_until(velk_device* device, velk_condition done,
                                                void* context, uint32_t timeout_milliseconds,
                                                int* satisfied_out);

@@ -152,9 +152,16 @@ velk_error* velk_main_queue_run_until(velk_device* device, velk_condition done, 
     if (claimed.isFailure()) {
       return claimed.error();
     }
-    const bool satisfied =
-        device->session->mainQueue().runUntil([done, context] { return done(context) != 0; },
-                                              std::chrono::milliseconds(timeout_milliseconds));
+    // A device that starts closing on another thread ends the run early (done() stays false), so
+    // that close() does not wait for the whole timeout.
+    const DeviceSession& session = *device->session;
+    bool satisfied = false;
+    session.mainQueue().runUntil(
+        [&] {
+          satisfied = done(context) != 0;
+          return satisfied || session.closing();
+        },
+        std::chrono::milliseconds(timeout_milliseconds));
     if (satisfied_out != nullptr) {
       *satisfied_out = satisfied ? 1 : 0;
     }

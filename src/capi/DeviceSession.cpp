@@ -98,6 +98,11 @@ Result<std::shared_ptr<DeviceSession::Claim>> DeviceSession::claim(Claim::Kind k
   return Claimed::success(std::make_shared<Claim>(shared_from_this(), kind));
 }
 
+bool DeviceSession::closing() const {
+  std::lock_guard lock(mutex_);
+  return closing_;
+}
+
 void DeviceSession::finish(Claim::Kind kind) {
   {
     std::lock_guard lock(mutex_);

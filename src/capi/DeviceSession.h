@@ -67,6 +67,9 @@ class DeviceSession : public std::enable_shared_from_this<DeviceSession> {
   /// is marked as being inside a callback.
   void deliver(const std::function<void()>& callback);
 
+  /// True once close() has begun; a run of the main queue stops early then.
+  bool closing() const;
+
   const platform::Device& device() const { return *device_; }
   platform::MainQueue& mainQueue() const { return *device_->mainQueue(); }
   bool runsMainQueueThread() const { return runner_.joinable(); }
@@ -83,7 +86,7 @@ class DeviceSession : public std::enable_shared_from_this<DeviceSession> {
   std::vector<std::string> warnings_;
   std::optional<platform::DeviceScope> scope_;
 
-  std::mutex mutex_;
+  mutable std::mutex mutex_;
   std::condition_variable changed_;
   bool closing_ = false;
   std::size_t calls_ = 0;
