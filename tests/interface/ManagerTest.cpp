@@ -1,11 +1,9 @@
 #include <gtest/gtest.h>
 
-#include <chrono>
 #include <cmath>
 #include <limits>
 #include <memory>
 #include <optional>
-#include <utility>
 
 #include "sleep/SleepTestStore.h"
 #include "velk/documents/BodyDocument.h"
@@ -18,100 +16,66 @@
 namespace velk {
 namespace {
 
-using testing::Completions;
-using testing::sleepSample;
-using testing::SleepTestStore;
+using Json = nlohmann::json;
+using Answer = std::pair<std::optional<Json>, std::optional<Error>>;  // a dictionary form's call
 
-/// What a dictionary form hands its completion.
-struct DictionaryAnswer {
-  std::optional<nlohmann::json> dictionary;
-  std::optional<Error> error;
-};
-
-VelkExtractionManager::DictionaryCompletion collect(const Completions<DictionaryAnswer>& answers) {
-  return [completion = answers.completion()](std::optional<nlohmann::json> dictionary,
-                                             std::optional<Error> error) {
-    completion({std::move(dictionary), std::move(error)});
+VelkExtractionManager::DictionaryCompletion collect(const testing::Completions<Answer>& answers) {
+  return [done = answers.completion()](auto dictionary, auto error) {
+    done({std::move(dictionary), std::move(error)});
   };
 }
 
-// An owner that answers every request at once with a fixed result, and remembers the date.
-template <class Interface, class Document>
-class FixedOwner : public Interface {
- public:
-  explicit FixedOwner(Result<Document> answer) : answer_(std::move(answer)) {}
-  std::optional<Date> askedFor;
-
- protected:
-  void answer(Date date, const typename Interface::Completion& completion) {
-    askedFor = date;
-    completion(answer_);
-  }
-
- private:
-  Result<Document> answer_;
-};
-
-class FixedPhysicalOwner final : public FixedOwner<PhysicalSummaryOwner, VelkPhysicalData> {
- public:
-  using FixedOwner::FixedOwner;
-  void getPhysicalData(Date date, Completion completion) override { answer(date, completion); }
-};
-
-class FixedBodyOwner final : public FixedOwner<BodySummaryOwner, VelkBodyData> {
- public:
-  using FixedOwner::FixedOwner;
-  void getBodySummary(Date date, Completion completion) override { answer(date, completion); }
-};
-
-TEST(ManagerTest, SleepDocumentsFromAStoreFileInBothForms) {
-  SleepTestStore store(nlohmann::json{
-      {"samples", {sleepSample(4, "2024-03-10T01:00:00Z", "2024-03-10T02:30:00Z")}}});
-  VelkExtractionManager manager;
-  const Date date = testing::utcDate(2024, 3, 10, 8, 30);
-
-  Completions<Result<std::optional<VelkSleepData>>> typed;
-  manager.getSleepSummay(date, typed.completion());
-  const auto document = typed.wait();
-  ASSERT_TRUE(document && document->isSuccess() && document->value().has_value());
-  EXPECT_EQ(document->value()
-                ->summaries.sleepRelatedData.sleepDurationRelatedData.deepSleepDurationSeconds,
-            5400);
-
-  Completions<DictionaryAnswer> dictionary;
-  manager.getSleepSummayObjc(date, collect(dictionary));
-  const auto answer = dictionary.wait();
-  ASSERT_TRUE(answer.has_value());
-  EXPECT_FALSE(answer->error.has_value());
-  EXPECT_EQ(answer->dictionary, document->value()->getDictionary());
-  EXPECT_EQ(manager.getLastExtractionDateOfSleep(), date);
+Answer sleepDictionary(VelkExtractionManager& manager, Date date) {
+  testing::Completions<Answer> answers;
+  manager.getSleepSummayObjc(date, collect(answers));
+  return answers.wait().value_or(Answer{});
 }
 
-TEST(ManagerTest, SleepDictionaryIsEmptyWithoutAListAndAnErrorIsPassedOnUnchanged) {
+// Owners that answer at once with a fixed result.
+struct FixedPhysicalOwner final : PhysicalSummaryOwner {
+  Result<VelkPhysicalData> answer;
+  explicit FixedPhysicalOwner(Result<VelkPhysicalData> a) : answer(std::move(a)) {}
+  void getPhysicalData(Date, Completion completion) override { completion(answer); }
+};
+struct FixedBodyOwner final : BodySummaryOwner {
+  Result<VelkBodyData> answer;
+  explicit FixedBodyOwner(Result<VelkBodyData> a) : answer(std::move(a)) {}
+  void getBodySummary(Date, Completion completion) override { completion(answer); }
+};
+
+TEST(ManagerTest, SleepFromAStoreFileInBothFormsAndItsEmptyAndFailedAnswers) {
+  const Date date = testing::utcDate(2024, 3, 10, 8, 30);
   {
-    SleepTestStore store(nlohmann::json::object(), {}, [](ingest::StoreFileContents& contents) {
+    testing::SleepTestStore store(Json{
+        {"samples", {testing::sleepSample(4, "2024-03-10T01:00:00Z", "2024-03-10T02:30:00Z")}}});
+    VelkExtractionManager manager;
+    testing::Completions<Result<std::optional<VelkSleepData>>> typed;
+    manager.getSleepSummay(date, typed.completion());
+    const auto document = typed.wait().value().value();
+    ASSERT_TRUE(document.has_value());
+    EXPECT_EQ(
+        document->summaries.sleepRelatedData.sleepDurationRelatedData.deepSleepDurationSeconds,
+        5400);
+    EXPECT_EQ(sleepDictionary(manager, date), Answer(document->getDictionary(), std::nullopt));
+    EXPECT_EQ(manager.getLastExtractionDateOfSleep(), date);
+  }
+  {
+    testing::SleepTestStore store(Json::object(), {}, [](auto& contents) {
       contents.settings.typesAnsweringWithoutSamples.insert(
           "HKCategoryTypeIdentifierSleepAnalysis");
     });
     VelkExtractionManager manager;
-    Completions<DictionaryAnswer> answers;
-    manager.getSleepSummayObjc(testing::utcDate(2024, 3, 10), collect(answers));
-    const auto answer = answers.wait();
-    ASSERT_TRUE(answer.has_value());
-    EXPECT_EQ(answer->dictionary, nlohmann::json::object());
-    EXPECT_FALSE(answer->error.has_value());
+    EXPECT_EQ(sleepDictionary(manager, date), Answer(Json::object(), std::nullopt));
   }
   {
-    SleepTestStore store(nlohmann::json{
-        {"query_errors",
-         {{"HKCategoryTypeIdentifierSleepAnalysis", {{"code", 6}, {"message", "locked"}}}}}});
+    testing::SleepTestStore store(
+        Json{{"query_errors",
+              {{"HKCategoryTypeIdentifierSleepAnalysis", {{"code", 6}, {"message", "locked"}}}}}});
     VelkExtractionManager manager;
-    Completions<DictionaryAnswer> answers;
-    manager.getSleepSummayObjc(testing::utcDate(2024, 3, 10), collect(answers));
-    const auto answer = answers.wait();
-    ASSERT_TRUE(answer && answer->error.has_value());
-    EXPECT_FALSE(answer->dictionary.has_value());
-    EXPECT_TRUE(answer->error->isSameInstance(
+    const Answer answer = sleepDictionary(manager, date);
+    EXPECT_FALSE(answer.first.has_value());
+    ASSERT_TRUE(answer.second.has_value());
+    EXPECT_TRUE(answer.second->isSameInstance(
         *store.database().queryError("HKCategoryTypeIdentifierSleepAnalysis")));
   }
 }
@@ -122,35 +86,18 @@ TEST(ManagerTest, DictionaryFormsPassErrorsOnAndTurnUnencodableDocumentsIntoEmpt
   unencodable.summaries.bodyData.metadata.datetime =
       Date::fromReferenceSeconds(std::numeric_limits<double>::quiet_NaN());
   const Error emptySamples = makeError(AppleHealthErrors::emptySamples);
-  auto physical =
-      std::make_shared<FixedPhysicalOwner>(Result<VelkPhysicalData>::failure(emptySamples));
-  auto body = std::make_shared<FixedBodyOwner>(Result<VelkBodyData>::success(unencodable));
-  VelkExtractionManager manager({SleepRepository::make(), physical, body});
-  const Date date = testing::utcDate(2024, 3, 10, 23, 59, 59.5);
+  VelkExtractionManager manager(
+      {SleepRepository::make(),
+       std::make_shared<FixedPhysicalOwner>(Result<VelkPhysicalData>::failure(emptySamples)),
+       std::make_shared<FixedBodyOwner>(Result<VelkBodyData>::success(unencodable))});
+  testing::Completions<Answer> physical, body;
+  manager.getPhysicalSummaryObjc(Date(), collect(physical));
+  manager.getBodySummaryObjc(Date(), collect(body));
 
-  Completions<DictionaryAnswer> physicalAnswers;
-  manager.getPhysicalSummaryObjc(date, collect(physicalAnswers));
-  const auto physicalAnswer = physicalAnswers.wait();
-  ASSERT_TRUE(physicalAnswer && physicalAnswer->error.has_value());
-  EXPECT_FALSE(physicalAnswer->dictionary.has_value());
-  EXPECT_TRUE(physicalAnswer->error->isSameInstance(emptySamples));
-  EXPECT_EQ(physicalAnswer->error->message(), "Any sample was found for the data type");
-  EXPECT_EQ(physical->askedFor, date);  // passed on unchanged
-
-  Completions<DictionaryAnswer> bodyAnswers;
-  manager.getBodySummaryObjc(date, collect(bodyAnswers));
-  const auto bodyAnswer = bodyAnswers.wait();
-  ASSERT_TRUE(bodyAnswer.has_value());
-  EXPECT_EQ(bodyAnswer->dictionary, nlohmann::json::object());
-  EXPECT_FALSE(bodyAnswer->error.has_value());
-
-  // The typed forms hand over the owner's result as it is.
-  Completions<Result<VelkBodyData>> typedBody;
-  manager.getBodySummary(date, typedBody.completion());
-  const auto typed = typedBody.wait();
-  ASSERT_TRUE(typed && typed->isSuccess());
-  EXPECT_TRUE(std::isnan(
-      typed->value().summaries.bodyData.metadata.datetime.timeIntervalSinceReferenceDate()));
+  EXPECT_FALSE(physical.wait()->first.has_value());
+  EXPECT_TRUE(physical.wait()->second->isSameInstance(emptySamples));
+  EXPECT_EQ(physical.wait()->second->message(), "Any sample was found for the data type");
+  EXPECT_EQ(body.wait(), Answer(Json::object(), std::nullopt));
 }
 
 TEST(ManagerTest, ThePerKindGettersAllReadTheSleepEntryOnlyTheGeneralOneHonoursItsKind) {
@@ -159,36 +106,17 @@ TEST(ManagerTest, ThePerKindGettersAllReadTheSleepEntryOnlyTheGeneralOneHonoursI
   for (VelkDataType kind : allVelkDataTypes) {
     EXPECT_EQ(manager.getLastExtractionDate(kind), std::nullopt);
   }
-  EXPECT_EQ(manager.getLastExtractionDateOfSleep(), std::nullopt);
   EXPECT_EQ(manager.getLastExtractionDateOfPhysical(), std::nullopt);
-  EXPECT_EQ(manager.getLastExtractionDateOfBody(), std::nullopt);
 
-  const Date sleep = testing::utcDate(2024, 3, 1);
-  const Date physical = testing::utcDate(2024, 3, 3);
-  const Date body = testing::utcDate(2024, 3, 5);
-  ExtractionLastDateStorage storage;
-  storage.storeLastDate(sleep, VelkDataType::sleepSummary);
-  storage.storeLastDate(physical, VelkDataType::physicalSummary);
-  storage.storeLastDate(body, VelkDataType::bodySummary);
-
+  const Date sleep = testing::utcDate(2024, 3, 1), body = testing::utcDate(2024, 3, 5);
+  ExtractionLastDateStorage().storeLastDate(sleep, VelkDataType::sleepSummary);
+  ExtractionLastDateStorage().storeLastDate(body, VelkDataType::bodySummary);
+  ExtractionLastDateStorage().storeLastDate(body, VelkDataType::physicalSummary);
   EXPECT_EQ(manager.getLastExtractionDateOfSleep(), sleep);
   EXPECT_EQ(manager.getLastExtractionDateOfPhysical(), sleep);
   EXPECT_EQ(manager.getLastExtractionDateOfBody(), sleep);
-  EXPECT_EQ(manager.getLastExtractionDate(VelkDataType::sleepSummary), sleep);
-  EXPECT_EQ(manager.getLastExtractionDate(VelkDataType::physicalSummary), physical);
   EXPECT_EQ(manager.getLastExtractionDate(VelkDataType::bodySummary), body);
-}
-
-TEST(ManagerTest, ThePlainManagerReachesThePhysicalAndBodyOwnersOnTheMainQueue) {
-  SleepTestStore store(nlohmann::json::object());
-  VelkExtractionManager manager;
-  Completions<DictionaryAnswer> physical, body;
-  manager.getPhysicalSummaryObjc(testing::utcDate(2024, 3, 10), collect(physical));
-  manager.getBodySummaryObjc(testing::utcDate(2024, 3, 10), collect(body));
-  ASSERT_TRUE(store.device().mainQueue().runUntil(
-      [&] { return physical.count() == 1 && body.count() == 1; }, std::chrono::seconds(10)));
-  EXPECT_EQ(physical.wait()->dictionary.value().at("data_structure"), "physical_health");
-  EXPECT_EQ(body.wait()->dictionary.value().at("data_structure"), "body_health");
+  EXPECT_EQ(manager.getLastExtractionDate(VelkDataType::physicalSummary), body);
 }
 
 }  // namespace
