@@ -1,12 +1,12 @@
 #include "ExportChunkParser.h"
 
-#include <expat.h>
+#include <unicode/utf8.h>
 
 #include <algorithm>
 #include <charconv>
 #include <cmath>
 #include <cstring>
-#include <memory>
+#include <pugixml.hpp>
 #include <unordered_map>
 
 #include "velk/ingest/ExportDate.h"
@@ -19,8 +19,12 @@ using platform::SampleKind;
 using platform::SampleRecord;
 
 constexpr std::string_view kCategoryPrefix = "HKCategoryTypeIdentifier";
-constexpr std::string_view kRootOpen = "<HealthData>";
-constexpr std::string_view kRootClose = "</HealthData>";
+
+// Only elements and their attributes are of use: no text, comments or processing instructions,
+// no line-end or whitespace conversion (the text is normalised below, for the few values that
+// are kept, so that line breaks stay where they are for the line numbers of the report).
+// Escapes are decoded: source names hold "&#8217;", device descriptions "&lt;".
+constexpr unsigned kParseOptions = pugi::parse_minimal | pugi::parse_escapes | pugi::parse_fragment;
 
 struct NamedValue {
   std::string_view name;
@@ -67,61 +71,134 @@ std::optional<double> parseNumber(std::string_view text) {
   return value;
 }
 
-// The attributes of a Record that the store needs.
-struct RecordAttributes {
-  std::string_view type, sourceName, sourceVersion, device, unit, startDate, endDate, value;
-  bool hasValue = false;
+bool isPlainAscii(std::string_view text) {
+  return std::all_of(text.begin(), text.end(),
+                     [](char c) { return c >= 0x20 && c < 0x7f; });  // char is signed here
+}
 
-  explicit RecordAttributes(const XML_Char** attributes) {
-    for (auto a = attributes; *a != nullptr; a += 2) {
-      const std::string_view name(a[0]);
-      const std::string_view text(a[1]);
-      if (name == "type") {
-        type = text;
-      } else if (name == "sourceName") {
-        sourceName = text;
-      } else if (name == "sourceVersion") {
-        sourceVersion = text;
-      } else if (name == "device") {
-        device = text;
-      } else if (name == "unit") {
-        unit = text;
-      } else if (name == "startDate") {
-        startDate = text;
-      } else if (name == "endDate") {
-        endDate = text;
-      } else if (name == "value") {
-        value = text;
-        hasValue = true;
-      }
+// Attribute values as XML defines them, for the few that are kept: tab, line feed and carriage
+// return (a CR LF pair counting once) become spaces. Two things the bytes of the file could not
+// hold but an escape can, or that the parser does not check, are dealt with here too: forbidden
+// characters written as references ("&#11;") become spaces like their raw bytes do, and a value
+// that is not UTF-8 is refused.
+class AttributeText {
+ public:
+  /// The clean text of `raw`, or nothing when it is not UTF-8. `controls` counts the forbidden
+  /// characters replaced.
+  std::optional<std::string_view> clean(std::string_view raw, std::uint64_t& controls) {
+    if (isPlainAscii(raw)) {
+      return raw;
     }
+    text_.clear();
+    const auto* bytes = reinterpret_cast<const std::uint8_t*>(raw.data());
+    const auto length = static_cast<std::int32_t>(raw.size());
+    for (std::int32_t at = 0; at < length;) {
+      const auto from = at;
+      UChar32 c = 0;
+      U8_NEXT(bytes, at, length, c);
+      if (c < 0) {
+        return std::nullopt;
+      }
+      if (c >= 0x20) {
+        text_.append(
+            raw.substr(static_cast<std::size_t>(from), static_cast<std::size_t>(at - from)));
+        continue;
+      }
+      if (c == '\r' && at < length && bytes[at] == '\n') {
+        continue;  // the line feed that follows stands for both
+      }
+      if (c != '\t' && c != '\n' && c != '\r') {
+        ++controls;
+      }
+      text_.push_back(' ');
+    }
+    return std::string_view(text_);
   }
+
+ private:
+  std::string text_;
+};
+
+// Where in the part an element starts: its name is cut out of the part's bytes in place.
+std::size_t offsetOf(pugi::xml_node node, const char* base, std::size_t size) {
+  const char* name = node.name();
+  if (name <= base || name > base + size) {
+    return 0;
+  }
+  return static_cast<std::size_t>(name - base) - 1;
+}
+
+pugi::xml_node firstElementChild(pugi::xml_node node) {
+  auto child = node.first_child();
+  while (child && child.type() != pugi::node_element) {
+    child = child.next_sibling();
+  }
+  return child;
+}
+
+pugi::xml_node nextElementSibling(pugi::xml_node node) {
+  auto next = node.next_sibling();
+  while (next && next.type() != pugi::node_element) {
+    next = next.next_sibling();
+  }
+  return next;
+}
+
+pugi::xml_node lastElementChild(pugi::xml_node node) {
+  auto child = node.last_child();
+  while (child && child.type() != pugi::node_element) {
+    child = child.previous_sibling();
+  }
+  return child;
+}
+
+// The line on which an offset of the part lies. The bytes themselves no longer tell after the
+// parse, which moves decoded values over their escapes, so the line feeds found before count.
+class LineCounter {
+ public:
+  explicit LineCounter(const ExportChunk& chunk) : chunk_(chunk) {}
+
+  std::uint64_t lineAt(std::size_t offset) const {
+    const auto& feeds = chunk_.lineFeeds;
+    const auto before = std::lower_bound(feeds.begin(), feeds.end(), offset) - feeds.begin();
+    return chunk_.firstLine + static_cast<std::uint64_t>(before);
+  }
+
+ private:
+  const ExportChunk& chunk_;
 };
 
 class ChunkParser {
  public:
-  ChunkParser(const ExportChunk& chunk, const ChunkContext& context)
-      : chunk_(chunk), context_(context) {
+  ChunkParser(ExportChunk& chunk, const ChunkContext& context)
+      : chunk_(chunk), context_(context), lines_(chunk) {
     // Apple's record lines are 250 to 450 bytes long.
     result_.records.reserve(chunk.bytes.size() / 300);
   }
 
   ChunkResult run() {
+    char* const bytes = chunk_.bytes.data();
+    const auto size = chunk_.bytes.size();
     std::size_t offset = 0;
-    std::uint64_t line = chunk_.firstLine;
-    while (true) {
-      const auto errorOffset = parseFrom(offset, line);
-      if (!errorOffset) {
+    pugi::xml_document document;
+    while (offset < size) {
+      const auto parsed = document.load_buffer_inplace(bytes + offset, size - offset, kParseOptions,
+                                                       pugi::encoding_utf8);
+      if (parsed) {
+        readElements(document, std::string_view::npos);
         break;
       }
-      const auto resume =
-          nextTopLevelStart(chunk_.bytes, std::max(*errorOffset, offset) + 1, context_.indent);
-      if (resume == std::string_view::npos) {
+      const auto errorAt =
+          offset + static_cast<std::size_t>(std::max<std::ptrdiff_t>(parsed.offset, 0));
+      readElements(document, errorAt);
+      result_.report.note(ExportIssue::malformedXml, lines_.lineAt(errorAt), parsed.description());
+      offset = nextTopLevelStart(chunk_.bytes, errorAt + 1, context_.indent);
+      if (offset == std::string_view::npos) {
         break;
       }
-      const auto skipped = chunk_.bytes.data();
-      line += static_cast<std::uint64_t>(std::count(skipped + offset, skipped + resume, '\n'));
-      offset = resume;
+    }
+    if (controls_ > 0) {
+      result_.report.noteMany(ExportIssue::controlCharacters, controls_);
     }
     return std::move(result_);
   }
@@ -129,73 +206,75 @@ class ChunkParser {
  private:
   enum class Frame : std::uint8_t { other, record, skippedRecord, correlation, correlationRecord };
 
-  struct ParserDeleter {
-    void operator()(XML_ParserStruct* parser) const { XML_ParserFree(parser); }
-  };
+  // The top-level elements of `document`. After damage at `errorAt` the tree holds the
+  // elements up to it, the last of them perhaps unfinished: it is taken only when a later
+  // top-level element started before the damage.
+  void readElements(const pugi::xml_document& document, std::size_t errorAt) {
+    const auto last = lastElementChild(document);
+    for (auto top = firstElementChild(document); top; top = nextElementSibling(top)) {
+      if (top == last && errorAt != std::string_view::npos) {
+        const auto start = offsetOf(top, chunk_.bytes.data(), chunk_.bytes.size());
+        if (nextTopLevelStart(chunk_.bytes, start + 1, context_.indent) > errorAt) {
+          break;
+        }
+      }
+      readTree(top);
+    }
+  }
 
-  // Parses the chunk from `offset`, whose first byte lies on `line`. Returns the offset of the
-  // error in the chunk when the XML there is broken.
-  std::optional<std::size_t> parseFrom(std::size_t offset, std::uint64_t line) {
-    std::unique_ptr<XML_ParserStruct, ParserDeleter> parser(XML_ParserCreate("UTF-8"));
-    parser_ = parser.get();
-    lineBase_ = line;
+  // Visits the elements of one top-level element in document order without recursion (a
+  // damaged file may nest elements deeper than any stack), closing each after its children.
+  void readTree(pugi::xml_node top) {
     frames_.clear();
     pending_.clear();
     correlationDepth_ = 0;
-    XML_SetUserData(parser_, this);
-    XML_SetElementHandler(parser_, &ChunkParser::onStart, &ChunkParser::onEnd);
-
-    const auto body = std::string_view(chunk_.bytes).substr(offset);
-    const bool parsed =
-        XML_Parse(parser_, kRootOpen.data(), static_cast<int>(kRootOpen.size()), 0) ==
-            XML_STATUS_OK &&
-        XML_Parse(parser_, body.data(), static_cast<int>(body.size()), 0) == XML_STATUS_OK &&
-        XML_Parse(parser_, kRootClose.data(), static_cast<int>(kRootClose.size()), 1) ==
-            XML_STATUS_OK;
-    if (parsed) {
-      return std::nullopt;
+    auto node = top;
+    while (true) {
+      frames_.push_back(start(node));
+      if (const auto child = firstElementChild(node)) {
+        node = child;
+        continue;
+      }
+      while (true) {
+        end();
+        if (node == top) {
+          return;
+        }
+        if (const auto next = nextElementSibling(node)) {
+          node = next;
+          break;
+        }
+        node = node.parent();
+      }
     }
-    const auto index = XML_GetCurrentByteIndex(parser_) - static_cast<XML_Index>(kRootOpen.size());
-    result_.report.note(ExportIssue::malformedXml, currentLine(),
-                        XML_ErrorString(XML_GetErrorCode(parser_)));
-    return offset + static_cast<std::size_t>(std::max<XML_Index>(index, 0));
   }
 
-  std::uint64_t currentLine() const { return lineBase_ + XML_GetCurrentLineNumber(parser_) - 1; }
-
-  void note(ExportIssue issue, std::string_view detail = {}) {
+  void note(ExportIssue issue, pugi::xml_node at, std::string_view detail = {}) {
     auto& report = result_.report;
     if (report.wantsLine(issue)) {
-      report.note(issue, currentLine(), detail);
+      report.note(issue, lines_.lineAt(offsetOf(at, chunk_.bytes.data(), chunk_.bytes.size())),
+                  detail);
     } else {
       report.noteMany(issue, 1);
     }
   }
 
-  static void XMLCALL onStart(void* self, const XML_Char* name, const XML_Char** attributes) {
-    static_cast<ChunkParser*>(self)->start(name, attributes);
-  }
-  static void XMLCALL onEnd(void* self, const XML_Char* /*name*/) {
-    static_cast<ChunkParser*>(self)->end();
-  }
-
-  void start(std::string_view name, const XML_Char** attributes) {
+  Frame start(pugi::xml_node node) {
+    const std::string_view name = node.name();
     if (name == "Record") {
-      frames_.push_back(startRecord(attributes));
-    } else if (name == "MetadataEntry") {
+      return startRecord(node);
+    }
+    if (name == "MetadataEntry") {
       if (!frames_.empty() && frames_.back() == Frame::record) {
-        readMetadata(attributes);
+        readMetadata(node);
       }
-      frames_.push_back(Frame::other);
     } else if (name == "Correlation") {
       ++correlationDepth_;
-      frames_.push_back(Frame::correlation);
-    } else if (name == "Me" && frames_.size() == 1) {
-      readCharacteristics(attributes);
-      frames_.push_back(Frame::other);
-    } else {
-      frames_.push_back(Frame::other);
+      return Frame::correlation;
+    } else if (name == "Me" && frames_.empty()) {
+      readCharacteristics(node);
     }
+    return Frame::other;
   }
 
   void end() {
@@ -210,7 +289,7 @@ class ChunkParser {
     }
   }
 
-  Frame startRecord(const XML_Char** attributes) {
+  Frame startRecord(pugi::xml_node node) {
     if (correlationDepth_ > 0) {
       ++result_.report.correlationRecordsSkipped;
       return Frame::correlationRecord;
@@ -218,90 +297,123 @@ class ChunkParser {
     if (std::any_of(frames_.begin(), frames_.end(), [](Frame frame) {
           return frame == Frame::record || frame == Frame::skippedRecord;
         })) {
-      note(ExportIssue::nestedRecord);
+      note(ExportIssue::nestedRecord, node);
     }
-    const RecordAttributes record(attributes);
-    if (record.type.empty() || record.startDate.empty() || record.endDate.empty()) {
-      note(ExportIssue::missingAttribute);
+    std::string_view type, sourceName, sourceVersion, device, unit, startDate, endDate, value;
+    for (auto attribute = node.first_attribute(); attribute;
+         attribute = attribute.next_attribute()) {
+      const std::string_view name = attribute.name();
+      const std::string_view text = attribute.value();
+      switch (name.empty() ? '\0' : name.front()) {
+        case 't':
+          type = name == "type" ? text : type;
+          break;
+        case 's':
+          if (name == "startDate") {
+            startDate = text;
+          } else if (name == "sourceName") {
+            sourceName = text;
+          } else if (name == "sourceVersion") {
+            sourceVersion = text;
+          }
+          break;
+        case 'e':
+          endDate = name == "endDate" ? text : endDate;
+          break;
+        case 'u':
+          unit = name == "unit" ? text : unit;
+          break;
+        case 'v':
+          value = name == "value" ? text : value;
+          break;
+        case 'd':
+          device = name == "device" ? text : device;
+          break;
+        default:
+          break;
+      }
+    }
+    if (type.empty() || startDate.empty() || endDate.empty()) {
+      note(ExportIssue::missingAttribute, node);
       return Frame::skippedRecord;
     }
-    const auto start = ExportDate::parse(record.startDate);
-    const auto end = ExportDate::parse(record.endDate);
+    const auto start = ExportDate::parse(startDate);
+    const auto end = ExportDate::parse(endDate);
     if (!start || !end) {
-      note(ExportIssue::unreadableDate, !start ? record.startDate : record.endDate);
+      note(ExportIssue::unreadableDate, node, !start ? startDate : endDate);
+      return Frame::skippedRecord;
+    }
+    const auto cleanType = typeText_.clean(type, controls_);
+    const auto cleanUnit = unitText_.clean(unit, controls_);
+    const auto cleanName = nameText_.clean(sourceName, controls_);
+    const auto cleanVersion = versionText_.clean(sourceVersion, controls_);
+    const auto cleanDevice = deviceText_.clean(device, controls_);
+    if (!cleanType || !cleanUnit || !cleanName || !cleanVersion || !cleanDevice) {
+      note(ExportIssue::malformedXml, node, "not UTF-8");
       return Frame::skippedRecord;
     }
     SampleRecord sample;
-    const bool category = record.type.substr(0, kCategoryPrefix.size()) == kCategoryPrefix;
-    if (category) {
+    if (cleanType->substr(0, kCategoryPrefix.size()) == kCategoryPrefix) {
       sample.kind = SampleKind::category;
-      auto value = lookUp(kCategoryValues, record.value);
-      if (!value) {
-        if (const auto number = parseNumber(record.value);
-            number && std::trunc(*number) == *number) {
-          value = static_cast<std::int64_t>(*number);
+      auto category = lookUp(kCategoryValues, value);
+      if (!category) {
+        if (const auto number = parseNumber(value); number && std::trunc(*number) == *number) {
+          category = static_cast<std::int64_t>(*number);
         }
       }
-      if (!value) {
-        note(ExportIssue::unknownCategoryValue, record.value);
+      if (!category) {
+        note(ExportIssue::unknownCategoryValue, node, value);
         return Frame::skippedRecord;
       }
-      sample.value = static_cast<double>(*value);
+      sample.value = static_cast<double>(*category);
     } else {
-      const auto number = parseNumber(record.value);
+      const auto number = parseNumber(value);
       if (!number) {
-        note(ExportIssue::nonNumericValue, record.value);
+        note(ExportIssue::nonNumericValue, node, value);
         return Frame::skippedRecord;
       }
       sample.kind = SampleKind::quantity;
       sample.value = *number;
-      sample.unit = record.unit;
+      sample.unit = *cleanUnit;
     }
     if (context_.exportDate && *end > *context_.exportDate) {
-      note(ExportIssue::dateAfterExport, record.endDate);
+      note(ExportIssue::dateAfterExport, node, endDate);
     }
-    sample.type = record.type;
+    sample.type = *cleanType;
     sample.start = *start;
     sample.end = *end;
-    sample.sourceName = record.sourceName;
-    sample.sourceBundleIdentifier =
-        identifierFor(record.sourceName, record.sourceVersion, record.device);
+    sample.sourceName = *cleanName;
+    sample.sourceBundleIdentifier = identifierFor(*cleanName, *cleanVersion, *cleanDevice);
     pending_.push_back(std::move(sample));
     return Frame::record;
   }
 
-  void readMetadata(const XML_Char** attributes) {
-    std::string_view key, value;
-    for (auto a = attributes; *a != nullptr; a += 2) {
-      const std::string_view name(a[0]);
-      if (name == "key") {
-        key = a[1];
-      } else if (name == "value") {
-        value = a[1];
-      }
-    }
+  void readMetadata(pugi::xml_node node) {
+    const std::string_view key = node.attribute("key").value();
     if (key == "HKWasUserEntered") {
+      const std::string_view value = node.attribute("value").value();
       const auto number = parseNumber(value);
       pending_.back().wasUserEntered = number ? *number != 0 : value == "true";
     }
   }
 
-  void readCharacteristics(const XML_Char** attributes) {
+  void readCharacteristics(pugi::xml_node node) {
     platform::Characteristics characteristics;
-    for (auto a = attributes; *a != nullptr; a += 2) {
-      const std::string_view name(a[0]);
-      const std::string_view value(a[1]);
+    for (auto attribute = node.first_attribute(); attribute;
+         attribute = attribute.next_attribute()) {
+      const std::string_view name = attribute.name();
+      const std::string_view value = attribute.value();
       if (name == "HKCharacteristicTypeIdentifierDateOfBirth" && !value.empty()) {
         if (const auto day = ExportDate::parseDay(value)) {
           characteristics.dateOfBirth = *day;
         } else {
-          note(ExportIssue::unreadableDate, value);
+          note(ExportIssue::unreadableDate, node, value);
         }
       } else if (name == "HKCharacteristicTypeIdentifierBiologicalSex" && !value.empty()) {
         if (const auto sex = lookUp(kBiologicalSexes, value)) {
           characteristics.biologicalSex = *sex;
         } else {
-          note(ExportIssue::unknownCategoryValue, value);
+          note(ExportIssue::unknownCategoryValue, node, value);
         }
       }
     }
@@ -311,7 +423,8 @@ class ChunkParser {
   // Records come in runs from one source, so the last answer is kept; a map holds the rest.
   const std::string& identifierFor(std::string_view name, std::string_view version,
                                    std::string_view device) {
-    if (name == lastName_ && version == lastVersion_ && device == lastDevice_) {
+    if (lastIdentifier_ != nullptr && name == lastName_ && version == lastVersion_ &&
+        device == lastDevice_) {
       return *lastIdentifier_;
     }
     std::string key;
@@ -329,14 +442,15 @@ class ChunkParser {
     return found->second;
   }
 
-  const ExportChunk& chunk_;
+  ExportChunk& chunk_;
   const ChunkContext& context_;
+  LineCounter lines_;
   ChunkResult result_;
-  XML_Parser parser_ = nullptr;
-  std::uint64_t lineBase_ = 1;
+  std::uint64_t controls_ = 0;
   std::vector<Frame> frames_;
   std::vector<SampleRecord> pending_;  // the records whose element is open, innermost last
   int correlationDepth_ = 0;
+  AttributeText typeText_, unitText_, nameText_, versionText_, deviceText_;
   std::unordered_map<std::string, std::string> identifiers_;
   std::string lastName_, lastVersion_, lastDevice_;
   const std::string* lastIdentifier_ = nullptr;
@@ -350,7 +464,21 @@ bool isLineStartOfElement(std::string_view text, std::size_t at, std::string_vie
 
 }  // namespace
 
-ChunkResult parseChunk(const ExportChunk& chunk, const ChunkContext& context) {
+std::uint64_t indexLines(ExportChunk& chunk) {
+  auto& feeds = chunk.lineFeeds;
+  feeds.clear();
+  const char* const data = chunk.bytes.data();
+  const char* const end = data + chunk.bytes.size();
+  for (const char* at = data;
+       (at = static_cast<const char*>(std::memchr(at, '\n', static_cast<std::size_t>(end - at)))) !=
+       nullptr;
+       ++at) {
+    feeds.push_back(static_cast<std::size_t>(at - data));
+  }
+  return feeds.size();
+}
+
+ChunkResult parseChunk(ExportChunk& chunk, const ChunkContext& context) {
   return ChunkParser(chunk, context).run();
 }
 

@@ -1,6 +1,8 @@
-// Parsing one part of an export's body: a run of whole top-level elements, fed to expat as a
-// fragment under a root of its own. Where expat finds the XML broken, the part is parsed again
-// from the next top-level element on, so that one broken record costs that record only.
+// Parsing one part of an export's body: a run of whole top-level elements, parsed in place by
+// pugixml as a fragment (the part's own bytes become the strings of the element tree, so a part
+// costs no copy). Where the XML is broken, the elements before the damage are kept and the part
+// is parsed again from the next top-level element on, so that one broken record costs that
+// record only.
 #pragma once
 
 #include <cstdint>
@@ -18,7 +20,13 @@ namespace velk::ingest {
 struct ExportChunk {
   std::string bytes;
   std::uint64_t firstLine = 1;  ///< the file's line on which `bytes` starts
+  /// The offsets of the line feeds in `bytes`, ascending: taken before the parse alters the
+  /// bytes, they give the line of any offset (see indexLines).
+  std::vector<std::size_t> lineFeeds;
 };
+
+/// Fills `chunk.lineFeeds` from its bytes; returns how many lines the part spans.
+std::uint64_t indexLines(ExportChunk& chunk);
 
 struct ChunkResult {
   std::vector<platform::SampleRecord> records;
@@ -34,7 +42,9 @@ struct ChunkContext {
   std::string indent;
 };
 
-ChunkResult parseChunk(const ExportChunk& chunk, const ChunkContext& context);
+/// Parses `chunk`. Its bytes are overwritten by the parse (names and values are cut out of them
+/// in place); only their memory is of use afterwards.
+ChunkResult parseChunk(ExportChunk& chunk, const ChunkContext& context);
 
 /// The offset of the first line at or after `from` that starts with `indent` and then an
 /// element's start tag ("\n <Record"), or npos.

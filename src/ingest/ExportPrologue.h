@@ -1,7 +1,7 @@
 // Finding the root element of an export without trusting its prologue. Exports carry a DTD
-// that expat would read, and some carry a broken one (iOS 16 wrote an unclosed ATTLIST), so the
-// prologue is never given to the XML parser: it is scanned here, and parsing starts at the
-// root element's content.
+// that an XML parser would read, and some carry a broken one (iOS 16 wrote an unclosed ATTLIST), so
+// the prologue is never given to the XML parser: it is scanned here, and parsing starts at the root
+// element's content.
 #pragma once
 
 #include <cstddef>

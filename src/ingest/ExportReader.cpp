@@ -90,7 +90,7 @@ class BodyCutter {
       pending_.assign(chunk.bytes, cut);
       chunk.bytes.resize(cut);
     }
-    line_ += countLines(chunk.bytes);
+    line_ += indexLines(chunk);
     return Result<ExportChunk>::success(std::move(chunk));
   }
 

@@ -168,6 +168,44 @@ TEST(ExportReaderTest, SurvivesTheKnownKindsOfBrokenExports) {
   EXPECT_EQ(std::get<std::int64_t>(sink.me->biologicalSex), 2);
 }
 
+// What the bytes of a line cannot show: characters written as references, values that are no
+// UTF-8, damage between two whole records, and elements nested deeper than any call stack.
+TEST(ExportReaderTest, ReadsValuesAsXmlDefinesThemAndDamageWhereItLies) {
+  testing::TempDir dir;
+  const auto record = [](const std::string& name, int steps) {
+    return " <Record type=\"HKQuantityTypeIdentifierStepCount\" sourceName=\"" + name +
+           "\" unit=\"count\" startDate=\"2024-03-10 08:30:00 +0100\" "
+           "endDate=\"2024-03-10 08:30:00 +0100\" value=\"" +
+           std::to_string(steps) + "\"/>\n";
+  };
+  std::string deep;
+  for (int i = 0; i < 200000; ++i) {
+    deep += "<a>";
+  }
+  const auto text = exportHead() +                                 // 1-3
+                    record("Ann&#8217;s&#160;&lt;Phone&gt;", 1) +  // 4
+                    record("Tab\tLine&#10;Feed\r\nEnd", 2) +       // 5-6
+                    record("Bell&#7;", 3) +                        // 7
+                    record("Latin \xE9t\xE9", 4) +                 // 8: not UTF-8, skipped
+                    " <<broken\n" +                                // 9
+                    record("After", 5) +                           // 10
+                    " <Nest>" + deep + "\n" +                      // 11: never closed
+                    record("Last", 6) + "</HealthData>\n";         // 12
+  CollectingSink sink;
+  const auto report = readInto(dir.write("references.xml", text), sink);
+  ASSERT_TRUE(report.isSuccess()) << report.error();
+  std::vector<std::string> names;
+  for (const auto& one : sink.records) {
+    names.push_back(one.sourceName);
+  }
+  EXPECT_EQ(names, (std::vector<std::string>{"Ann\u2019s\u00a0<Phone>", "Tab Line Feed End",
+                                             "Bell ", "After", "Last"}));
+  const auto& r = report.value();
+  EXPECT_EQ(r.count(ExportIssue::controlCharacters), 1u);
+  // The unclosed element shows where the part ends, on the last line inside it.
+  EXPECT_EQ(r.entry(ExportIssue::malformedXml).firstLines, (std::vector<std::uint64_t>{8, 9, 12}));
+}
+
 TEST(ExportReaderTest, ReadsPastADoctypeWhoseSubsetNeverCloses) {
   testing::TempDir dir;
   const auto text =

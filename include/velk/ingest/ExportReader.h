@@ -2,8 +2,8 @@
 //
 // The XML is streamed: the prologue and its DTD are scanned, never parsed (exports with a broken
 // DTD exist); the body is cut into parts of about `chunkBytes` at the start of lines that open a
-// top-level element, and the parts are parsed by expat, each as a fragment under a root of its
-// own, on `threads` threads at once. Results reach the sink in file order on the calling thread.
+// top-level element, and the parts are parsed in place by pugixml, each as a fragment, on
+// `threads` threads at once. Results reach the sink in file order on the calling thread.
 // Memory stays bounded by a few parts and their records, whatever the size of the export.
 //
 // Damage inside an export does not stop the reading: an unparsable stretch is skipped up to the
