@@ -4,6 +4,7 @@
 
 #include <optional>
 #include <string>
+#include <vector>
 
 namespace velk::cli {
 
@@ -17,6 +18,7 @@ struct GlobalOptions {
   std::optional<std::string> exportPath;    ///< --export
   std::optional<std::string> databasePath;  ///< --db
   std::optional<std::string> sourcesPath;   ///< --sources
+  std::vector<std::string> sourcePriority;  ///< --source-priority, most trusted first
 };
 
 }  // namespace velk::cli

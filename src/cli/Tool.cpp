@@ -27,6 +27,10 @@ void addGlobalOptions(CLI::App& app, GlobalOptions& options) {
   app.add_option("--db", options.databasePath, "Data source: a database made by `velk import`");
   app.add_option("--sources", options.sourcesPath,
                  "With --export: a JSON file mapping source names to bundle identifiers");
+  app.add_option("--source-priority", options.sourcePriority,
+                 "Bundle identifiers in the order their overlapping samples are trusted in day "
+                 "sums, most trusted first (comma-separated)")
+      ->delimiter(',');
 }
 
 }  // namespace

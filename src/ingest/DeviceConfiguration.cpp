@@ -9,6 +9,7 @@
 #include <utility>
 
 #include "velk/ingest/ExportReader.h"
+#include "velk/ingest/ImportedHealthDatabase.h"
 #include "velk/ingest/StoreFile.h"
 #include "velk/platform/Calendar.h"
 #include "velk/platform/InMemoryHealthDatabase.h"
@@ -35,9 +36,10 @@ class CollectingSink final : public ExportSink {
                     std::make_move_iterator(batch.end()));
   }
 
-  std::shared_ptr<platform::InMemoryHealthDatabase> makeDatabase() const {
-    return std::make_shared<platform::InMemoryHealthDatabase>(platform::HealthDatabaseSettings{},
-                                                              characteristics_, records_);
+  std::shared_ptr<platform::InMemoryHealthDatabase> makeDatabase(
+      platform::HealthDatabaseSettings settings) const {
+    return std::make_shared<platform::InMemoryHealthDatabase>(std::move(settings), characteristics_,
+                                                              records_);
   }
 
  private:
@@ -49,6 +51,16 @@ struct LoadedDatabase {
   std::shared_ptr<platform::HealthDatabase> database;
   std::vector<std::string> warnings;
 };
+
+// How a store read from an export or a database behaves: as the platform's, but for the order of
+// trusted sources, which the configuration may set.
+platform::HealthDatabaseSettings settingsFor(const DeviceConfiguration& configuration) {
+  platform::HealthDatabaseSettings settings;
+  if (configuration.sourcePriority) {
+    settings.sourcePriority = *configuration.sourcePriority;
+  }
+  return settings;
+}
 
 Result<LoadedDatabase> loadExport(const DeviceConfiguration& configuration) {
   using Loaded = Result<LoadedDatabase>;
@@ -65,7 +77,11 @@ Result<LoadedDatabase> loadExport(const DeviceConfiguration& configuration) {
   if (report.isFailure()) {
     return Loaded::failure(report.error());
   }
-  return Loaded::success({sink.makeDatabase(), report.value().warningLines()});
+  std::vector<std::string> warnings;
+  for (const auto& line : report.value().warningLines()) {
+    warnings.push_back(configuration.exportPath->string() + ": " + line);
+  }
+  return Loaded::success({sink.makeDatabase(settingsFor(configuration)), std::move(warnings)});
 }
 
 Result<LoadedDatabase> loadHealthDatabase(const DeviceConfiguration& configuration) {
@@ -81,19 +97,26 @@ Result<LoadedDatabase> loadHealthDatabase(const DeviceConfiguration& configurati
         Code::conflictingSources, "a source identifier mapping applies to exports only"));
   }
   if (configuration.storePath) {
-    auto loaded = StoreFile::load(*configuration.storePath);
-    if (loaded.isFailure()) {
-      return Loaded::failure(loaded.error());
+    auto contents = StoreFile::read(*configuration.storePath);
+    if (contents.isFailure()) {
+      return Loaded::failure(contents.error());
     }
-    return Loaded::success({std::move(loaded).value(), {}});
+    auto store = std::move(contents).value();
+    if (configuration.sourcePriority) {
+      store.settings.sourcePriority = *configuration.sourcePriority;
+    }
+    return Loaded::success({StoreFile::makeDatabase(store), {}});
   }
   if (configuration.exportPath) {
     return loadExport(configuration);
   }
   if (configuration.databasePath) {
-    return Loaded::failure(deviceConfigurationError(
-        Code::unsupportedSource,
-        configuration.databasePath->string() + ": imported databases are not supported yet"));
+    auto opened =
+        ImportedHealthDatabase::open(*configuration.databasePath, settingsFor(configuration));
+    if (opened.isFailure()) {
+      return Loaded::failure(opened.error());
+    }
+    return Loaded::success({std::move(opened).value(), {}});
   }
   return Loaded::success({std::make_shared<platform::InMemoryHealthDatabase>(), {}});
 }

@@ -30,7 +30,6 @@ enum class DeviceConfigurationError : std::int64_t {
   badOSVersion = 3,        ///< the text is not a version such as 17.0 or 15.4.1
   conflictingSources = 4,  ///< more than one data source, or a source mapping without an export
   stateUnusable = 5,       ///< the user-defaults file cannot be opened or created
-  unsupportedSource = 6,   ///< a data source kind that this build cannot read
 };
 
 Error deviceConfigurationError(DeviceConfigurationError code, std::string message);
@@ -46,6 +45,9 @@ struct DeviceConfiguration {
   std::optional<std::filesystem::path> exportPath;    ///< an export (export.zip or export.xml)
   std::optional<std::filesystem::path> databasePath;  ///< an imported database
   std::optional<std::filesystem::path> sourcesPath;   ///< source identifier mapping, exports only
+  /// The order in which overlapping sources are trusted in day sums (bundle identifiers, most
+  /// trusted first); absent: what the store file says, else the default order.
+  std::optional<std::vector<std::string>> sourcePriority;
 };
 
 /// A built device, and what the data source reported on the way (lines about damaged parts of an
