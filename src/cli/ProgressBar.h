@@ -1,0 +1,44 @@
+// The progress line of `velk import` on stderr: a bar, bytes read of the whole, records stored,
+// rate and time left. Drawn only on a terminal (a log file should not fill with carriage
+// returns), at most ten times a second, and always once more when the import has finished.
+#pragma once
+
+#include <chrono>
+#include <cstddef>
+#include <functional>
+#include <ostream>
+#include <string>
+
+#include "velk/ingest/ExportImport.h"
+
+namespace velk::cli {
+
+class ProgressBar {
+ public:
+  using Clock = std::function<std::chrono::steady_clock::time_point()>;
+
+  /// Draws on `out` when `enabled`; the tool passes `ProgressBar::stderrIsTerminal()`.
+  ProgressBar(std::ostream& out, bool enabled, Clock clock = std::chrono::steady_clock::now);
+
+  /// Usable as the import's ImportProgressHandler.
+  void update(const ingest::ImportProgress& progress);
+
+  /// Ends the line, so that what follows starts on a line of its own.
+  void finish();
+
+  /// The line for `progress` after `elapsedSeconds`, without the leading carriage return.
+  static std::string render(const ingest::ImportProgress& progress, double elapsedSeconds);
+
+  static bool stderrIsTerminal();
+
+ private:
+  std::ostream& out_;
+  bool enabled_;
+  Clock clock_;
+  std::chrono::steady_clock::time_point started_;
+  std::chrono::steady_clock::time_point lastDrawn_{};
+  bool drawn_ = false;
+  std::size_t lastLength_ = 0;
+};
+
+}  // namespace velk::cli

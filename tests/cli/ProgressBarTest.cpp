@@ -1,0 +1,48 @@
+#include "cli/ProgressBar.h"
+
+#include <gtest/gtest.h>
+
+#include <sstream>
+
+namespace velk::cli {
+namespace {
+
+TEST(ProgressBarTest, ShowsBarBytesRecordsRateAndTimeLeft) {
+  ingest::ImportProgress progress{145'000'000, 580'000'000, 1'234'567, false};
+  EXPECT_EQ(ProgressBar::render(progress, 2.0),
+            "[######..................]  25%  145.0/580.0 MB  1.2M records  72.5 MB/s  ETA 0:06");
+  progress.bytesRead = progress.totalBytes;
+  progress.finished = true;
+  EXPECT_EQ(
+      ProgressBar::render(progress, 65.0),
+      "[########################] 100%  580.0/580.0 MB  1.2M records  8.9 MB/s  done in 1:05");
+  // An archive entry of unknown size: no bar and no estimate.
+  EXPECT_EQ(ProgressBar::render({2'500'000, 0, 4'200, false}, 0.5),
+            "2.5 MB  4200 records  5.0 MB/s");
+}
+
+TEST(ProgressBarTest, DrawsOnlyOnATerminalAndAtMostTenTimesASecond) {
+  auto now = std::chrono::steady_clock::time_point{};
+  const auto clock = [&now] { return now; };
+  std::ostringstream silent;
+  ProgressBar off(silent, false, clock);
+  off.update({1, 10, 1, true});
+  off.finish();
+  EXPECT_EQ(silent.str(), "");
+
+  std::ostringstream out;
+  ProgressBar bar(out, true, clock);
+  for (int i = 0; i < 50; ++i) {  // 50 updates within a quarter second
+    now += std::chrono::milliseconds(5);
+    bar.update({static_cast<std::uint64_t>(i), 100, 0, false});
+  }
+  bar.update({100, 100, 0, true});  // the last one is always drawn
+  bar.finish();
+  const std::string text = out.str();
+  EXPECT_EQ(std::count(text.begin(), text.end(), '\r'), 4);  // at 5, 105 and 205 ms, and done
+  EXPECT_NE(text.find("100%"), std::string::npos);
+  EXPECT_EQ(text.back(), '\n');
+}
+
+}  // namespace
+}  // namespace velk::cli
