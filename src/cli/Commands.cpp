@@ -8,9 +8,12 @@
 #include <memory>
 #include <mutex>
 
+#include "cli/GlobalOptions.h"
 #include "cli/Instant.h"
+#include "cli/ProgressBar.h"
 #include "cli/Tool.h"
 #include "cli/ToolDevice.h"
+#include "velk/ingest/ExportImport.h"
 #include "velk/interface/VelkDataType.h"
 #include "velk/interface/VelkExtractionManager.h"
 #include "velk/interface/VelkPermissionExtraction.h"
@@ -250,6 +253,49 @@ int runPermissions(const std::string& family, std::ostream& out, std::ostream& e
     }
   }
   out << nlohmann::json{{"success", result.value()}, {"requested", requested}}.dump() << "\n";
+  return kExitSuccess;
+}
+
+int runImport(const std::string& exportPath, const GlobalOptions& global, std::ostream& out,
+              std::ostream& err) {
+  if (!global.databasePath) {
+    err << "velk: import: give the database to write with --db FILE\n";
+    return kExitBadInput;
+  }
+  ingest::ImportOptions options;
+  if (global.sourcesPath) {
+    auto rule = ingest::SourceIdentifierRule::fromMappingFile(*global.sourcesPath);
+    if (rule.isFailure()) {
+      err << "velk: --sources: " << rule.error().message() << "\n";
+      return kExitBadInput;
+    }
+    options.read.sources = std::move(rule).value();
+  }
+  ProgressBar progress(err, ProgressBar::stderrIsTerminal());
+  auto imported = ingest::importExport(
+      exportPath, *global.databasePath, options,
+      [&progress](const ingest::ImportProgress& now) { progress.update(now); });
+  progress.finish();
+  if (imported.isFailure()) {
+    err << "velk: import: " << imported.error().message() << "\n";
+    return kExitBadInput;
+  }
+  const ingest::ImportSummary& summary = imported.value();
+  for (const auto& line : summary.report.warningLines()) {
+    err << "velk: warning: " << exportPath << ": " << line << "\n";
+  }
+  if (summary.samplesWithoutUnit > 0) {
+    err << "velk: warning: " << exportPath << ": " << summary.samplesWithoutUnit
+        << " quantity records name no known unit and were not stored\n";
+  }
+  out << nlohmann::json{{"database", *global.databasePath},
+                        {"export", summary.exportDescription},
+                        {"samples", summary.samplesStored},
+                        {"samples_without_unit", summary.samplesWithoutUnit},
+                        {"characteristics", summary.characteristicsFound},
+                        {"xml_bytes", summary.xmlBytes}}
+             .dump()
+      << "\n";
   return kExitSuccess;
 }
 

@@ -28,6 +28,11 @@ int runSummary(const SummaryRequest& request, std::ostream& out, std::ostream& e
 /// `velk permissions all|sleep|physical|body`
 int runPermissions(const std::string& family, std::ostream& out, std::ostream& err);
 
+/// `velk import EXPORT --db FILE`: needs no device; `global` gives --db and --sources.
+struct GlobalOptions;
+int runImport(const std::string& exportPath, const GlobalOptions& global, std::ostream& out,
+              std::ostream& err);
+
 /// Prints {"error": {"domain": D, "code": N, "message": M}} on one line.
 void printErrorResult(const Error& error, std::ostream& out);
 

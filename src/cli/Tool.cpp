@@ -65,6 +65,11 @@ int runTool(const std::vector<std::string>& arguments, std::ostream& out, std::o
       ->required()
       ->check(CLI::IsMember({"all", "sleep", "physical", "body"}));
 
+  std::string exportToImport;
+  auto* import = app.add_subcommand(
+      "import", "Import an export into a database (--db FILE) for fast repeated extraction");
+  import->add_option("export", exportToImport, "export.zip or its export XML")->required();
+
   std::vector<std::string> reversed(arguments.rbegin(), arguments.rend());
   try {
     app.parse(reversed);
@@ -82,6 +87,10 @@ int runTool(const std::vector<std::string>& arguments, std::ostream& out, std::o
   if (summaryCommand->parsed() && !summary.date && !summary.from) {
     err << "velk: summary: give --date INSTANT, or --from DATE --to DATE\n";
     return kExitBadInput;
+  }
+
+  if (import->parsed()) {
+    return runImport(exportToImport, global, out, err);
   }
 
   auto device = makeToolDevice(global, err);

@@ -204,6 +204,35 @@ TEST_F(ToolTest, PermissionsPrintTheReadSetOrTheError) {
   EXPECT_THAT(unavailable.err, HasSubstr("\"No health data is available.\""));
 }
 
+TEST_F(ToolTest, AnImportedExportAnswersAsTheExportItselfAndSurvivesAFailedImport) {
+  const std::string exportPath = testing::sourcePath("data/sample/watch5-2020/export.xml").string();
+  const std::string database = folder_.file("health.db").string();
+  const ToolRun imported = velk({"import", exportPath, "--db", database}, nullptr);
+  ASSERT_EQ(imported.status, 0) << imported.err;
+  EXPECT_EQ(imported.lines[0]["samples"], 1862);
+
+  const std::vector<std::string> day = {
+      "--tz",   "Africa/Johannesburg", "--now", "2020-04-17T13:00", "summary", "all",
+      "--date", "2020-04-13"};
+  auto from = [&](std::vector<std::string> source) {
+    source.insert(source.end(), day.begin(), day.end());
+    return velk(source, nullptr);
+  };
+  const ToolRun fromExport = from({"--export", exportPath});
+  ASSERT_EQ(fromExport.status, 0) << fromExport.err;
+  EXPECT_EQ(from({"--db", database}).lines, fromExport.lines);
+  EXPECT_EQ(fromExport.lines[1]["summaries"]["daily_activity_related_data"]["distance_data"]
+                            ["steps_per_day_number"],
+            755);
+
+  // An import that fails leaves the database it would have replaced as it was.
+  const ToolRun failed =
+      velk({"import", folder_.write("notes.txt", "hello").string(), "--db", database}, nullptr);
+  EXPECT_EQ(failed.status, 2);
+  EXPECT_THAT(failed.err, HasSubstr("notes.txt"));
+  EXPECT_EQ(from({"--db", database}).lines, fromExport.lines);
+}
+
 TEST_F(ToolTest, BadInputIsReportedOnStderrWithStatusTwo) {
   const ToolRun zone = velk({"--tz", "Mars/Olympus", "last-date"});
   EXPECT_EQ(zone.status, 2);
