@@ -119,6 +119,93 @@ class AttributeText {
   std::string text_;
 };
 
+// The clean text of the last raw value seen in one attribute: records come in runs of one type
+// and source, so most values are the previous record's again and are cleaned only once.
+class RememberedText {
+ public:
+  std::optional<std::string_view> clean(std::string_view raw, std::uint64_t& controls) {
+    if (!known_ || raw != raw_) {
+      known_ = true;
+      raw_.assign(raw);
+      controlsInRaw_ = 0;
+      const auto cleaned = cleaner_.clean(raw, controlsInRaw_);
+      valid_ = cleaned.has_value();
+      clean_.assign(cleaned.value_or(std::string_view()));
+    }
+    controls += controlsInRaw_;
+    return valid_ ? std::optional<std::string_view>(clean_) : std::nullopt;
+  }
+
+ private:
+  AttributeText cleaner_;
+  std::string raw_, clean_;
+  std::uint64_t controlsInRaw_ = 0;
+  bool known_ = false;
+  bool valid_ = false;
+};
+
+// Dates of one day and offset differ in their time only, and a reader meets two per record:
+// the moment at which the last day began is kept, so that the next date of that day is a sum.
+class DateReader {
+ public:
+  std::optional<Date> read(std::string_view text) {
+    if (text.size() == kCommonSize && hasDay_ && text.compare(0, 11, day_, 0, 11) == 0 &&
+        text.compare(19, 6, day_, 19, 6) == 0) {
+      if (const auto seconds = timeOfDay(text)) {
+        return Date::fromReferenceSeconds(dayStart_ + *seconds);
+      }
+    }
+    const auto date = ExportDate::parse(text);
+    if (date && text.size() == kCommonSize) {
+      if (const auto seconds = timeOfDay(text)) {
+        day_.assign(text);
+        dayStart_ = date->timeIntervalSinceReferenceDate() - *seconds;
+        hasDay_ = true;
+      }
+    }
+    return date;
+  }
+
+ private:
+  static constexpr std::size_t kCommonSize = 25;  // "2024-03-10 08:30:00 +0100"
+
+  // "08:30:00" at offset 11, in seconds, checked as the full reading checks it.
+  static std::optional<double> timeOfDay(std::string_view text) {
+    const auto digit = [&](std::size_t at) { return static_cast<unsigned>(text[at] - '0'); };
+    for (const std::size_t at : {11u, 12u, 14u, 15u, 17u, 18u}) {
+      if (digit(at) > 9) {
+        return std::nullopt;
+      }
+    }
+    if (text[13] != ':' || text[16] != ':') {
+      return std::nullopt;
+    }
+    const auto hour = digit(11) * 10 + digit(12);
+    const auto minute = digit(14) * 10 + digit(15);
+    const auto second = digit(17) * 10 + digit(18);
+    if (hour > 23 || minute > 59 || second > 60) {
+      return std::nullopt;
+    }
+    return static_cast<double>(hour * 3600 + minute * 60 + second);
+  }
+
+  std::string day_;
+  double dayStart_ = 0;
+  bool hasDay_ = false;
+};
+
+// Whether the attribute name `name` is `wanted`, compared in a loop that the compiler unrolls
+// for each name (a call of strcmp per attribute costs more than the comparison).
+template <std::size_t N>
+bool sameName(const char* name, const char (&wanted)[N]) {
+  for (std::size_t i = 0; i < N; ++i) {  // up to and with the terminating zero
+    if (name[i] != wanted[i]) {
+      return false;
+    }
+  }
+  return true;
+}
+
 // Where in the part an element starts: its name is cut out of the part's bytes in place.
 std::size_t offsetOf(pugi::xml_node node, const char* base, std::size_t size) {
   const char* name = node.name();
@@ -302,32 +389,32 @@ class ChunkParser {
     std::string_view type, sourceName, sourceVersion, device, unit, startDate, endDate, value;
     for (auto attribute = node.first_attribute(); attribute;
          attribute = attribute.next_attribute()) {
-      const std::string_view name = attribute.name();
-      const std::string_view text = attribute.value();
-      switch (name.empty() ? '\0' : name.front()) {
+      const char* name = attribute.name();
+      const auto is = [name](const auto& wanted) { return sameName(name, wanted); };
+      switch (name[0]) {
         case 't':
-          type = name == "type" ? text : type;
+          type = is("type") ? attribute.value() : type;
           break;
         case 's':
-          if (name == "startDate") {
-            startDate = text;
-          } else if (name == "sourceName") {
-            sourceName = text;
-          } else if (name == "sourceVersion") {
-            sourceVersion = text;
+          if (is("startDate")) {
+            startDate = attribute.value();
+          } else if (is("sourceName")) {
+            sourceName = attribute.value();
+          } else if (is("sourceVersion")) {
+            sourceVersion = attribute.value();
           }
           break;
         case 'e':
-          endDate = name == "endDate" ? text : endDate;
+          endDate = is("endDate") ? attribute.value() : endDate;
           break;
         case 'u':
-          unit = name == "unit" ? text : unit;
+          unit = is("unit") ? attribute.value() : unit;
           break;
         case 'v':
-          value = name == "value" ? text : value;
+          value = is("value") ? attribute.value() : value;
           break;
         case 'd':
-          device = name == "device" ? text : device;
+          device = is("device") ? attribute.value() : device;
           break;
         default:
           break;
@@ -337,18 +424,16 @@ class ChunkParser {
       note(ExportIssue::missingAttribute, node);
       return Frame::skippedRecord;
     }
-    const auto start = ExportDate::parse(startDate);
-    const auto end = ExportDate::parse(endDate);
+    const auto start = dates_.read(startDate);
+    const auto end = dates_.read(endDate);
     if (!start || !end) {
       note(ExportIssue::unreadableDate, node, !start ? startDate : endDate);
       return Frame::skippedRecord;
     }
     const auto cleanType = typeText_.clean(type, controls_);
     const auto cleanUnit = unitText_.clean(unit, controls_);
-    const auto cleanName = nameText_.clean(sourceName, controls_);
-    const auto cleanVersion = versionText_.clean(sourceVersion, controls_);
-    const auto cleanDevice = deviceText_.clean(device, controls_);
-    if (!cleanType || !cleanUnit || !cleanName || !cleanVersion || !cleanDevice) {
+    const auto* source = sourceFor(sourceName, sourceVersion, device);
+    if (!cleanType || !cleanUnit || source == nullptr) {
       note(ExportIssue::malformedXml, node, "not UTF-8");
       return Frame::skippedRecord;
     }
@@ -382,8 +467,8 @@ class ChunkParser {
     sample.type = *cleanType;
     sample.start = *start;
     sample.end = *end;
-    sample.sourceName = *cleanName;
-    sample.sourceBundleIdentifier = identifierFor(*cleanName, *cleanVersion, *cleanDevice);
+    sample.sourceName = source->name;
+    sample.sourceBundleIdentifier = source->identifier;
     pending_.push_back(std::move(sample));
     return Frame::record;
   }
@@ -420,26 +505,43 @@ class ChunkParser {
     result_.characteristics = std::move(characteristics);
   }
 
-  // Records come in runs from one source, so the last answer is kept; a map holds the rest.
-  const std::string& identifierFor(std::string_view name, std::string_view version,
-                                   std::string_view device) {
-    if (lastIdentifier_ != nullptr && name == lastName_ && version == lastVersion_ &&
-        device == lastDevice_) {
-      return *lastIdentifier_;
+  struct Source {
+    std::string name;        ///< clean
+    std::string identifier;  ///< the bundle identifier that the rule gives it
+  };
+
+  // The source of a record from its raw attributes, or null when they are no UTF-8. Records
+  // come in runs from one source, so the last answer is kept; a map holds the rest.
+  const Source* sourceFor(std::string_view name, std::string_view version,
+                          std::string_view device) {
+    if (lastKnown_ && name == lastName_ && version == lastVersion_ && device == lastDevice_) {
+      controls_ += lastControls_;
+      return lastSource_;
     }
     std::string key;
     key.reserve(name.size() + version.size() + device.size() + 2);
     key.append(name).append(1, '\x1f').append(version).append(1, '\x1f').append(device);
-    auto found = identifiers_.find(key);
-    if (found == identifiers_.end()) {
-      auto identifier = context_.sources->identifierFor(name, version, device);
-      found = identifiers_.emplace(std::move(key), std::move(identifier)).first;
+    auto found = sources_.find(key);
+    if (found == sources_.end()) {
+      SourceEntry entry;
+      const auto cleanName = nameText_.clean(name, entry.controls);
+      const auto cleanVersion = versionText_.clean(version, entry.controls);
+      const auto cleanDevice = deviceText_.clean(device, entry.controls);
+      if (cleanName && cleanVersion && cleanDevice) {
+        entry.source =
+            Source{std::string(*cleanName),
+                   context_.sources->identifierFor(*cleanName, *cleanVersion, *cleanDevice)};
+      }
+      found = sources_.emplace(std::move(key), std::move(entry)).first;
     }
+    lastKnown_ = true;
     lastName_ = name;
     lastVersion_ = version;
     lastDevice_ = device;
-    lastIdentifier_ = &found->second;
-    return found->second;
+    lastControls_ = found->second.controls;
+    lastSource_ = found->second.source ? &*found->second.source : nullptr;
+    controls_ += lastControls_;
+    return lastSource_;
   }
 
   ExportChunk& chunk_;
@@ -450,10 +552,18 @@ class ChunkParser {
   std::vector<Frame> frames_;
   std::vector<SampleRecord> pending_;  // the records whose element is open, innermost last
   int correlationDepth_ = 0;
-  AttributeText typeText_, unitText_, nameText_, versionText_, deviceText_;
-  std::unordered_map<std::string, std::string> identifiers_;
+  DateReader dates_;
+  RememberedText typeText_, unitText_;
+  AttributeText nameText_, versionText_, deviceText_;
+  struct SourceEntry {
+    std::optional<Source> source;  ///< nothing: not UTF-8
+    std::uint64_t controls = 0;    ///< forbidden characters replaced in the raw attributes
+  };
+  std::unordered_map<std::string, SourceEntry> sources_;
   std::string lastName_, lastVersion_, lastDevice_;
-  const std::string* lastIdentifier_ = nullptr;
+  std::uint64_t lastControls_ = 0;
+  const Source* lastSource_ = nullptr;
+  bool lastKnown_ = false;
 };
 
 bool isLineStartOfElement(std::string_view text, std::size_t at, std::string_view indent) {
