@@ -190,7 +190,9 @@ TEST(ExportReaderTest, ReadsValuesAsXmlDefinesThemAndDamageWhereItLies) {
                     " <<broken\n" +                                // 9
                     record("After", 5) +                           // 10
                     " <Nest>" + deep + "\n" +                      // 11: never closed
-                    record("Last", 6) + "</HealthData>\n";         // 12
+                    record("Last", 6) +                            // 12
+                    stepRecord(7, "2024-03-10 08:30:00 -0500") +   // 13: same day, other zone
+                    "</HealthData>\n";
   CollectingSink sink;
   const auto report = readInto(dir.write("references.xml", text), sink);
   ASSERT_TRUE(report.isSuccess()) << report.error();
@@ -199,11 +201,14 @@ TEST(ExportReaderTest, ReadsValuesAsXmlDefinesThemAndDamageWhereItLies) {
     names.push_back(one.sourceName);
   }
   EXPECT_EQ(names, (std::vector<std::string>{"Ann\u2019s\u00a0<Phone>", "Tab Line Feed End",
-                                             "Bell ", "After", "Last"}));
+                                             "Bell ", "After", "Last", "Anna's iPhone"}));
+  EXPECT_DOUBLE_EQ(sink.records.back().start.timeIntervalSince1970() -
+                       sink.records.front().start.timeIntervalSince1970(),
+                   6 * 3600.0);
   const auto& r = report.value();
   EXPECT_EQ(r.count(ExportIssue::controlCharacters), 1u);
   // The unclosed element shows where the part ends, on the last line inside it.
-  EXPECT_EQ(r.entry(ExportIssue::malformedXml).firstLines, (std::vector<std::uint64_t>{8, 9, 12}));
+  EXPECT_EQ(r.entry(ExportIssue::malformedXml).firstLines, (std::vector<std::uint64_t>{8, 9, 13}));
 }
 
 TEST(ExportReaderTest, ReadsPastADoctypeWhoseSubsetNeverCloses) {
