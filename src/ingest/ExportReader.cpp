@@ -4,6 +4,7 @@
 #include <deque>
 #include <functional>
 #include <future>
+#include <optional>
 #include <string>
 #include <string_view>
 #include <vector>
@@ -85,6 +86,7 @@ class BodyCutter {
       endBody(chunk);
     } else {
       const auto cut = *cutAt();
+      cutDone();
       chunk.bytes = std::move(pending_);
       pending_ = takeSpare();
       pending_.assign(chunk.bytes, cut);
@@ -122,17 +124,37 @@ class BodyCutter {
     return bytes;
   }
 
+  // The last place where the pending bytes may be cut. Each call looks only at the bytes added
+  // since the one before (a line start needs the indent and two bytes more, hence the overlap),
+  // so that a body without cut points, such as a long run of blanks, is scanned once, not once
+  // per block read.
   std::optional<std::size_t> cutAt() {
     if (!indentKnown_) {
       indent_ = learnIndent(pending_);
       indentKnown_ = true;
     }
-    auto cut = lastTopLevelStart(pending_, indent_);
-    if (cut == std::string::npos && pending_.size() >= kUncutLimit) {
-      cut = pending_.rfind("<Record");
-      cut = cut == 0 ? std::string::npos : cut;
+    const auto overlap = indent_.size() + 4;
+    const auto from = scanned_ > overlap ? scanned_ - overlap : 0;
+    if (from < pending_.size()) {
+      const auto found = lastTopLevelStart(std::string_view(pending_).substr(from), indent_);
+      if (found != std::string::npos) {
+        cut_ = from + found;
+      }
     }
-    return cut == std::string::npos ? std::nullopt : std::optional<std::size_t>(cut);
+    scanned_ = pending_.size();
+    if (!cut_ && pending_.size() >= kUncutLimit) {
+      // No line starts an element here: cut before the last record, or else (a run of blanks,
+      // or text that is no export) hand all but the last block on as it is, so that memory
+      // stays bounded; a cut inside an element costs that element, with a warning.
+      const auto record = pending_.rfind("<Record");
+      cut_ = record != 0 && record != std::string::npos ? record : pending_.size() - kReadBlock;
+    }
+    return cut_;
+  }
+
+  void cutDone() {
+    cut_.reset();
+    scanned_ = 0;
   }
 
   // The last part ends at </HealthData>; without it the file was cut short.
@@ -155,6 +177,8 @@ class BodyCutter {
   bool eof_ = false;
   bool finished_ = false;
   std::vector<std::string> spare_;
+  std::size_t scanned_ = 0;  ///< pending bytes already looked at by cutAt()
+  std::optional<std::size_t> cut_;
 };
 
 // A parsed part with its bytes, which go back to the cutter.

@@ -55,21 +55,36 @@ struct EntryCloser {
 };
 using EntryPointer = std::unique_ptr<zip_file_t, EntryCloser>;
 
+std::string tooLargeMessage(const std::string& description, std::uint64_t allowed) {
+  return description + " unpacks to more than " + std::to_string(allowed) +
+         " bytes, the most that an export of its compressed size may (a damaged archive or a "
+         "zip bomb)";
+}
+
 class ZipEntrySource final : public ExportSource {
  public:
   ZipEntrySource(ArchivePointer archive, EntryPointer entry, std::string description,
-                 std::uint64_t size)
+                 std::uint64_t size, std::uint64_t allowed)
       : archive_(std::move(archive)),
         entry_(std::move(entry)),
         description_(std::move(description)),
-        size_(size) {}
+        size_(size),
+        allowed_(allowed) {}
 
   Result<std::size_t> read(char* buffer, std::size_t size) override {
-    const auto got = zip_fread(entry_.get(), buffer, size);
+    // One byte beyond what is allowed is enough to know that the archive is too large.
+    const auto wanted = static_cast<zip_uint64_t>(
+        std::min<std::uint64_t>(size, allowed_ - std::min(allowed_, unpacked_) + 1));
+    const auto got = zip_fread(entry_.get(), buffer, wanted);
     if (got < 0) {
       return Result<std::size_t>::failure(exportError(
           ExportErrorCode::readFailed,
           "decompressing " + description_ + " failed: " + zip_file_strerror(entry_.get())));
+    }
+    unpacked_ += static_cast<std::uint64_t>(got);
+    if (unpacked_ > allowed_) {
+      return Result<std::size_t>::failure(
+          exportError(ExportErrorCode::archiveTooLarge, tooLargeMessage(description_, allowed_)));
     }
     return Result<std::size_t>::success(static_cast<std::size_t>(got));
   }
@@ -81,6 +96,8 @@ class ZipEntrySource final : public ExportSource {
   EntryPointer entry_;
   std::string description_;
   std::uint64_t size_;
+  std::uint64_t allowed_;
+  std::uint64_t unpacked_ = 0;
 };
 
 bool endsWithXml(std::string_view name) {
@@ -93,19 +110,22 @@ bool endsWithXml(std::string_view name) {
   return suffix == ".xml";
 }
 
-// True when the entry's first element is HealthData.
-bool entryIsExport(zip_t* archive, zip_uint64_t index) {
+// True when the entry's first element is HealthData. `budget` is what may still be unpacked
+// while looking, for this and the remaining entries; what this entry takes is subtracted.
+bool entryIsExport(zip_t* archive, zip_uint64_t index, std::uint64_t& budget) {
   EntryPointer entry(zip_fopen_index(archive, index, 0));
   if (!entry) {
     return false;
   }
   std::string head;
   std::vector<char> buffer(64u << 10);
-  while (head.size() < kRootSearchLimit) {
-    const auto got = zip_fread(entry.get(), buffer.data(), buffer.size());
+  while (head.size() < kRootSearchLimit && budget > 0) {
+    const auto wanted = std::min<std::uint64_t>(buffer.size(), budget);
+    const auto got = zip_fread(entry.get(), buffer.data(), wanted);
     if (got <= 0) {
       break;
     }
+    budget -= static_cast<std::uint64_t>(got);
     head.append(buffer.data(), static_cast<std::size_t>(got));
     const auto scan = scanPrologue(head);
     if (scan.status != PrologueScan::Status::needMore) {
@@ -115,7 +135,7 @@ bool entryIsExport(zip_t* archive, zip_uint64_t index) {
   return false;
 }
 
-SourceResult openArchive(const std::filesystem::path& path) {
+SourceResult openArchive(const std::filesystem::path& path, const ArchiveLimits& limits) {
   int code = 0;
   ArchivePointer archive(zip_open(path.c_str(), ZIP_RDONLY, &code));
   if (!archive) {
@@ -127,21 +147,28 @@ SourceResult openArchive(const std::filesystem::path& path) {
     return SourceResult::failure(exportError(ExportErrorCode::cannotOpen, message));
   }
   const auto entries = zip_get_num_entries(archive.get(), 0);
-  for (zip_int64_t i = 0; i < entries; ++i) {
+  std::uint64_t probeBudget = limits.probeBudget;
+  for (zip_int64_t i = 0; i < entries && probeBudget > 0; ++i) {
     const auto index = static_cast<zip_uint64_t>(i);
     zip_stat_t stat;
     if (zip_stat_index(archive.get(), index, 0, &stat) != 0 || (stat.valid & ZIP_STAT_NAME) == 0 ||
-        !endsWithXml(stat.name) || !entryIsExport(archive.get(), index)) {
+        !endsWithXml(stat.name) || !entryIsExport(archive.get(), index, probeBudget)) {
       continue;
+    }
+    const std::uint64_t size = (stat.valid & ZIP_STAT_SIZE) != 0 ? stat.size : 0;
+    const std::uint64_t compressed = (stat.valid & ZIP_STAT_COMP_SIZE) != 0 ? stat.comp_size : 0;
+    const auto allowed = limits.allowedSize(compressed);
+    std::string description = path.string() + ":" + stat.name;
+    if (size > allowed) {
+      return SourceResult::failure(
+          exportError(ExportErrorCode::archiveTooLarge, tooLargeMessage(description, allowed)));
     }
     EntryPointer entry(zip_fopen_index(archive.get(), index, 0));
     if (!entry) {
       break;
     }
-    const std::uint64_t size = (stat.valid & ZIP_STAT_SIZE) != 0 ? stat.size : 0;
-    std::string description = path.string() + ":" + stat.name;
     return SourceResult::success(std::make_unique<ZipEntrySource>(
-        std::move(archive), std::move(entry), std::move(description), size));
+        std::move(archive), std::move(entry), std::move(description), size, allowed));
   }
   return SourceResult::failure(exportError(
       ExportErrorCode::noExportInArchive,
@@ -151,7 +178,14 @@ SourceResult openArchive(const std::filesystem::path& path) {
 
 }  // namespace
 
-SourceResult ExportSource::open(const std::filesystem::path& path) {
+std::uint64_t ArchiveLimits::allowedSize(std::uint64_t compressedSize) const {
+  const auto byRatio = compressedSize > ceiling / std::max<std::uint64_t>(maximumRatio, 1)
+                           ? ceiling
+                           : compressedSize * maximumRatio;
+  return std::min(ceiling, std::max(alwaysAllowed, byRatio));
+}
+
+SourceResult ExportSource::open(const std::filesystem::path& path, const ArchiveLimits& limits) {
   std::FILE* file = std::fopen(path.c_str(), "rb");
   if (file == nullptr) {
     return SourceResult::failure(
@@ -162,7 +196,7 @@ SourceResult ExportSource::open(const std::filesystem::path& path) {
   if (got == sizeof signature &&
       std::string_view(signature, 4) == std::string_view("PK\x03\x04", 4)) {
     std::fclose(file);
-    return openArchive(path);
+    return openArchive(path, limits);
   }
   std::rewind(file);
   std::error_code ignored;

@@ -17,6 +17,7 @@ enum class ExportErrorCode : std::int64_t {
   noExportInArchive = 3,     ///< a zip archive without an export XML inside
   readFailed = 4,            ///< reading or decompressing failed part way
   invalidSourceMapping = 5,  ///< the source mapping file is not a JSON object of strings
+  archiveTooLarge = 6,       ///< the export inside an archive unpacks beyond ArchiveLimits
 };
 
 inline Error exportError(ExportErrorCode code, std::string message) {

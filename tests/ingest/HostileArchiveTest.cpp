@@ -1,0 +1,163 @@
+// Export archives written to hurt the reader: cut short, unpacking to far more than they hold,
+// lying about their sizes, or hiding the export behind many large entries.
+#include <gtest/gtest.h>
+#include <zip.h>
+
+#include <fstream>
+#include <string>
+#include <vector>
+
+#include "ingest/ExportTestSupport.h"
+#include "support/TempDir.h"
+#include "velk/ingest/ExportErrors.h"
+#include "velk/ingest/ExportReader.h"
+
+namespace velk::ingest {
+namespace {
+
+using testing::CollectingSink;
+using testing::exportHead;
+using testing::stepRecord;
+
+std::int64_t code(ExportErrorCode value) {
+  return static_cast<std::int64_t>(value);
+}
+
+// Writes an archive of (name, contents) entries, deflated.
+void writeZip(const std::filesystem::path& path,
+              const std::vector<std::pair<std::string, std::string>>& entries) {
+  int error = 0;
+  zip_t* archive = zip_open(path.c_str(), ZIP_CREATE | ZIP_TRUNCATE, &error);
+  ASSERT_NE(archive, nullptr);
+  for (const auto& [name, contents] : entries) {
+    zip_source_t* source = zip_source_buffer(archive, contents.data(), contents.size(), 0);
+    ASSERT_GE(zip_file_add(archive, name.c_str(), source, ZIP_FL_ENC_UTF_8), 0);
+  }
+  ASSERT_EQ(zip_close(archive), 0);
+}
+
+std::string readFile(const std::filesystem::path& path) {
+  std::ifstream in(path, std::ios::binary);
+  return {std::istreambuf_iterator<char>(in), std::istreambuf_iterator<char>()};
+}
+
+std::string exportWithBlanks(std::size_t blanks) {
+  return exportHead() + stepRecord(1) + std::string(blanks, ' ') + "\n" + stepRecord(2) +
+         "</HealthData>\n";
+}
+
+TEST(HostileArchiveTest, AnArchiveCutAnywhereFailsWithAnErrorOrReadsWithAWarning) {
+  testing::TempDir dir;
+  std::string xml = exportHead();
+  for (int i = 0; i < 2000; ++i) {
+    xml += stepRecord(i);
+  }
+  xml += "</HealthData>\n";
+  const auto whole = dir.file("whole.zip");
+  writeZip(whole, {{"apple_health_export/export.xml", xml}});
+  const auto bytes = readFile(whole);
+  int refused = 0;
+  for (std::size_t cut = 4; cut < bytes.size(); cut += bytes.size() / 61 + 1) {
+    SCOPED_TRACE("cut at byte " + std::to_string(cut));
+    const auto path = dir.write("cut.zip", bytes.substr(0, cut));
+    CollectingSink sink;
+    const auto report = ExportReader().read(path, sink);
+    if (report.isFailure()) {
+      ++refused;
+      EXPECT_FALSE(report.error().message().empty());
+      EXPECT_NE(report.error().message().find("cut.zip"), std::string::npos);
+    } else {
+      EXPECT_TRUE(report.value().hasWarnings());
+    }
+  }
+  // Without its central directory at the end, no cut archive opens at all.
+  EXPECT_GT(refused, 55);
+}
+
+TEST(HostileArchiveTest, AZipBombIsRefusedBeforeItUnpacks) {
+  testing::TempDir dir;
+  // 64 MiB of blanks pack into about 64 KiB: a ratio of about 1000 to 1.
+  const auto bomb = dir.file("bomb.zip");
+  writeZip(bomb, {{"apple_health_export/export.xml", exportWithBlanks(64u << 20)}});
+  ArchiveLimits limits;
+  limits.alwaysAllowed = 1u << 20;
+  const auto refused = ExportSource::open(bomb, limits);
+  ASSERT_TRUE(refused.isFailure());
+  EXPECT_EQ(refused.error().code(), code(ExportErrorCode::archiveTooLarge));
+  EXPECT_NE(refused.error().message().find("zip bomb"), std::string::npos);
+  EXPECT_NE(refused.error().message().find("bomb.zip:apple_health_export/export.xml"),
+            std::string::npos);
+
+  // The same archive within the limits reads completely; so does an ordinary one under them.
+  limits.maximumRatio = 2000;
+  auto allowed = ExportSource::open(bomb, limits);
+  ASSERT_TRUE(allowed.isSuccess()) << allowed.error();
+  CollectingSink sink;
+  ASSERT_TRUE(ExportReader().read(*allowed.value(), sink).isSuccess());
+  EXPECT_EQ(sink.records.size(), 2u);
+  EXPECT_EQ(ArchiveLimits{}.allowedSize(1000), ArchiveLimits{}.alwaysAllowed);
+  EXPECT_EQ(ArchiveLimits{}.allowedSize(std::uint64_t{1} << 40), ArchiveLimits{}.ceiling);
+}
+
+// Rewrites the uncompressed size that the archive's only entry declares, in its local header
+// and its central directory entry, to `declared`.
+void lieAboutSize(std::string& bytes, std::uint32_t declared) {
+  const auto patch = [&](std::size_t at) {
+    for (int i = 0; i < 4; ++i) {
+      bytes[at + static_cast<std::size_t>(i)] = static_cast<char>((declared >> (8 * i)) & 0xff);
+    }
+  };
+  ASSERT_EQ(bytes.compare(0, 4, "PK\x03\x04"), 0);
+  patch(22);
+  const auto central = bytes.find("PK\x01\x02");
+  ASSERT_NE(central, std::string::npos);
+  patch(central + 24);
+}
+
+TEST(HostileArchiveTest, AnArchiveThatUnderstatesItsSizeStopsAtTheLimit) {
+  testing::TempDir dir;
+  const auto path = dir.file("liar.zip");
+  writeZip(path, {{"export.xml", exportWithBlanks(8u << 20)}});
+  auto bytes = readFile(path);
+  lieAboutSize(bytes, 1000);
+  dir.write("liar.zip", bytes);
+
+  ArchiveLimits limits;
+  limits.alwaysAllowed = 1u << 20;
+  auto source = ExportSource::open(path, limits);
+  if (source.isFailure()) {
+    EXPECT_FALSE(source.error().message().empty());
+    return;
+  }
+  CollectingSink sink;
+  const auto report = ExportReader().read(*source.value(), sink);
+  ASSERT_TRUE(report.isFailure()) << "an archive that lies about its size read as whole";
+  EXPECT_TRUE(report.error().code() == code(ExportErrorCode::readFailed));
+  EXPECT_TRUE(report.error().message().find("zip bomb") != std::string::npos ||
+              report.error().message().find("liar.zip") != std::string::npos)
+      << report.error().message();
+}
+
+TEST(HostileArchiveTest, LookingForTheExportUnpacksNoMoreThanItsBudget) {
+  testing::TempDir dir;
+  // Six decoy XML entries of 4 MiB of blanks each before the export: looking into every one
+  // unpacks 24 MiB. With a budget of 8 MiB the search stops, and says the export is missing.
+  std::vector<std::pair<std::string, std::string>> entries;
+  const std::string decoy = "<?xml version=\"1.0\"?>" + std::string(4u << 20, ' ');
+  for (int i = 0; i < 6; ++i) {
+    entries.emplace_back("decoy" + std::to_string(i) + ".xml", decoy);
+  }
+  entries.emplace_back("export.xml", exportWithBlanks(0));
+  const auto path = dir.file("decoys.zip");
+  writeZip(path, entries);
+
+  ArchiveLimits limits;
+  limits.probeBudget = 8u << 20;
+  const auto refused = ExportSource::open(path, limits);
+  ASSERT_TRUE(refused.isFailure());
+  EXPECT_EQ(refused.error().code(), code(ExportErrorCode::noExportInArchive));
+  EXPECT_TRUE(ExportSource::open(path).isSuccess());
+}
+
+}  // namespace
+}  // namespace velk::ingest

@@ -1,0 +1,268 @@
+// Exports written to hurt the reader: entity bombs, entities that name files and URLs, huge
+// values, deep nesting, endless whitespace, files cut anywhere, broken UTF-8. Each must end in a
+// report with a warning or in an error, with bounded time and memory, and never run code or read
+// anything the export names.
+#include <gtest/gtest.h>
+
+#include <algorithm>
+#include <cstring>
+#include <fstream>
+#include <string>
+
+#include "ingest/ExportTestSupport.h"
+#include "support/TempDir.h"
+#include "velk/ingest/ExportErrors.h"
+#include "velk/ingest/ExportReader.h"
+
+namespace velk::ingest {
+namespace {
+
+using testing::CollectingSink;
+using testing::exportHead;
+using testing::stepRecord;
+
+const std::filesystem::path kExports = testing::sourcePath("../shared/testdata/exports");
+
+// A source that streams `head`, then `fillCount` copies of `fill`, then `tail`, without ever
+// holding the filling in memory.
+class GeneratedSource final : public ExportSource {
+ public:
+  GeneratedSource(std::string head, std::string fill, std::uint64_t fillCount, std::string tail)
+      : parts_{std::move(head), std::move(fill), std::move(tail)}, fillLeft_(fillCount) {}
+
+  Result<std::size_t> read(char* buffer, std::size_t size) override {
+    std::size_t written = 0;
+    while (written < size && part_ < 3) {
+      const auto& text = parts_[part_];
+      const auto count = std::min(size - written, text.size() - offset_);
+      std::memcpy(buffer + written, text.data() + offset_, count);
+      written += count;
+      offset_ += count;
+      if (offset_ == text.size()) {
+        offset_ = 0;
+        if (part_ != 1 || fillLeft_ <= 1) {
+          ++part_;
+        } else {
+          --fillLeft_;
+        }
+      }
+    }
+    return Result<std::size_t>::success(written);
+  }
+  const std::string& description() const override { return description_; }
+  std::uint64_t size() const override { return 0; }
+
+ private:
+  std::string parts_[3];
+  std::uint64_t fillLeft_;
+  std::size_t part_ = 0;
+  std::size_t offset_ = 0;
+  std::string description_ = "generated.xml";
+};
+
+// The peak resident memory of this process in KiB, reset first by resetPeakMemory().
+long peakMemoryKiB() {
+  std::ifstream status("/proc/self/status");
+  for (std::string line; std::getline(status, line);) {
+    if (line.rfind("VmHWM:", 0) == 0) {
+      return std::stol(line.substr(6));
+    }
+  }
+  return -1;
+}
+void resetPeakMemory() {
+  std::ofstream("/proc/self/clear_refs") << "5";
+}
+
+Result<ExportReport> readText(const std::string& text, CollectingSink& sink) {
+  GeneratedSource source(text, "", 0, "");
+  return ExportReader().read(source, sink);
+}
+
+bool hasText(const CollectingSink& sink, const std::string& text) {
+  return std::any_of(sink.records.begin(), sink.records.end(), [&](const auto& record) {
+    return record.sourceName.find(text) != std::string::npos ||
+           record.sourceBundleIdentifier.find(text) != std::string::npos ||
+           record.type.find(text) != std::string::npos;
+  });
+}
+
+std::string withDoctype(const std::string& subset, const std::string& body) {
+  return "<?xml version=\"1.0\" encoding=\"UTF-8\"?>\n<!DOCTYPE HealthData [\n" + subset +
+         "]>\n<HealthData locale=\"en_US\">\n <ExportDate value=\"2024-03-20 10:00:00 +0100\"/>\n" +
+         body + "</HealthData>\n";
+}
+
+std::string recordNamed(const std::string& sourceName) {
+  return " <Record type=\"HKQuantityTypeIdentifierStepCount\" sourceName=\"" + sourceName +
+         "\" unit=\"count\" startDate=\"2024-03-10 08:30:00 +0100\" endDate=\"2024-03-10 "
+         "08:31:00 +0100\" value=\"5\"/>\n";
+}
+
+TEST(HostileExportTest, EntitiesAreNeverExpandedNorFetched) {
+  testing::TempDir dir;
+  const auto secret = dir.write("secret.txt", "TOP-SECRET-CONTENT");
+  std::string laughs = "<!ENTITY lol0 \"lol\">\n";
+  for (int level = 1; level <= 9; ++level) {
+    std::string ten;
+    for (int copy = 0; copy < 10; ++copy) {
+      ten += "&lol" + std::to_string(level - 1) + ";";
+    }
+    laughs += "<!ENTITY lol" + std::to_string(level) + " \"" + ten + "\">\n";
+  }
+  const auto subset = laughs + "<!ENTITY file SYSTEM \"file://" + secret.string() + "\">\n" +
+                      "<!ENTITY web SYSTEM \"http://127.0.0.1:9/velk-must-not-fetch\">\n" +
+                      "<!ENTITY % remote SYSTEM \"file://" + secret.string() + "\">\n%remote;\n";
+  // Each named entity inside a record, and a clean record after each to show reading goes on.
+  const auto body = recordNamed("&lol9;") + stepRecord(1) + recordNamed("&file;") + stepRecord(2) +
+                    recordNamed("&web;") + stepRecord(3);
+  const auto path = dir.write("export.xml", withDoctype(subset, body));
+
+  CollectingSink sink;
+  resetPeakMemory();
+  const auto report = ExportReader().read(path, sink);
+  ASSERT_TRUE(report.isSuccess()) << report.error();
+  EXPECT_LT(peakMemoryKiB(), 512 * 1024) << "an entity was expanded";
+  EXPECT_FALSE(hasText(sink, "TOP-SECRET")) << "an external entity was read";
+  EXPECT_FALSE(hasText(sink, "lollol"));
+  // A reference to an undeclared entity is damage, or kept as the text it is.
+  for (const auto& record : sink.records) {
+    EXPECT_TRUE(record.sourceName == "Anna's iPhone" || record.sourceName.front() == '&')
+        << record.sourceName;
+  }
+  EXPECT_EQ(report.value().count(ExportIssue::malformedXml) + sink.records.size(), 6u);
+  std::vector<double> clean;
+  for (const auto& record : sink.records) {
+    if (record.sourceName == "Anna's iPhone") {
+      clean.push_back(record.value);
+    }
+  }
+  EXPECT_EQ(clean, (std::vector<double>{1, 2, 3}));
+}
+
+TEST(HostileExportTest, HugeValuesAndDeepNestingEndInRecordsOrWarnings) {
+  // A 48 MiB source name, then a record nested a million elements deep, each followed by a
+  // clean record.
+  const std::string huge(48u << 20, 'x');
+  std::string deep =
+      " <Record type=\"HKQuantityTypeIdentifierStepCount\" unit=\"count\" "
+      "startDate=\"2024-03-10 08:30:00 +0100\" endDate=\"2024-03-10 08:31:00 "
+      "+0100\" value=\"9\">";
+  for (int depth = 0; depth < 1000000; ++depth) {
+    deep += "<a>";
+  }
+  for (int depth = 0; depth < 1000000; ++depth) {
+    deep += "</a>";
+  }
+  deep += "</Record>\n";
+  CollectingSink sink;
+  const auto report = readText(
+      exportHead() + recordNamed(huge) + stepRecord(1) + deep + stepRecord(2) + "</HealthData>\n",
+      sink);
+  ASSERT_TRUE(report.isSuccess()) << report.error();
+  std::vector<double> clean;
+  for (const auto& record : sink.records) {
+    EXPECT_TRUE(record.sourceName.size() == huge.size() || record.sourceName.size() < 100);
+    if (record.sourceName == "Anna's iPhone") {
+      clean.push_back(record.value);
+    }
+  }
+  EXPECT_EQ(clean, (std::vector<double>{1, 2}));
+}
+
+// Streams `blocks` MiB of `blank` between two records and returns the peak memory in KiB.
+long readAcrossBlanks(char blank, std::uint64_t blocks) {
+  GeneratedSource source(exportHead() + stepRecord(1), std::string(1u << 20, blank), blocks,
+                         stepRecord(2) + "</HealthData>\n");
+  CollectingSink sink;
+  resetPeakMemory();
+  const auto report = ExportReader().read(source, sink);
+  const auto peak = peakMemoryKiB();
+  EXPECT_TRUE(report.isSuccess());
+  EXPECT_EQ(sink.records.size(), 2u);
+  return peak;
+}
+
+// 320 MiB of blanks on one line, five times what the reader holds of a body that it cannot cut:
+// it may not hold them all. The gigabyte runs in fuzz/hostile-whitespace.
+TEST(HostileExportTest, AnEndlessLineOfSpacesIsReadInBoundedMemory) {
+  EXPECT_LT(readAcrossBlanks(' ', 320), 288 * 1024);
+}
+
+// Empty lines cost no more than the bytes they are: 48 MiB of them may not take 256 MiB.
+TEST(HostileExportTest, EmptyLinesAreReadInMemoryOfTheirSize) {
+  EXPECT_LT(readAcrossBlanks('\n', 48), 256 * 1024);
+}
+
+TEST(HostileExportTest, AFileCutAnywhereGivesWhatCameBeforeAndAWarning) {
+  std::ifstream in(kExports / "curated-2021/sampleexport.xml", std::ios::binary);
+  const std::string whole((std::istreambuf_iterator<char>(in)), std::istreambuf_iterator<char>());
+  ASSERT_GT(whole.size(), 10000u);
+  CollectingSink complete;
+  ASSERT_TRUE(readText(whole, complete).isSuccess());
+  for (std::size_t cut = 0; cut + 20 < whole.size(); cut += 331) {
+    SCOPED_TRACE("cut at byte " + std::to_string(cut));
+    CollectingSink sink;
+    const auto report = readText(whole.substr(0, cut), sink);
+    if (report.isFailure()) {
+      // Only a cut before the root element leaves no export at all.
+      EXPECT_EQ(report.error().code(), static_cast<std::int64_t>(ExportErrorCode::notAnExport));
+      EXPECT_TRUE(sink.records.empty());
+      continue;
+    }
+    EXPECT_EQ(report.value().count(ExportIssue::truncated), 1u);
+    EXPECT_LE(sink.records.size(), complete.records.size());
+  }
+}
+
+bool isValidUtf8(const std::string& text) {
+  std::size_t at = 0;
+  while (at < text.size()) {
+    const auto lead = static_cast<unsigned char>(text[at]);
+    const std::size_t length = lead < 0x80                           ? 1
+                               : (lead >> 5) == 0x6 && lead >= 0xc2  ? 2
+                               : (lead >> 4) == 0xe                  ? 3
+                               : (lead >> 3) == 0x1e && lead <= 0xf4 ? 4
+                                                                     : 0;
+    if (length == 0 || at + length > text.size()) {
+      return false;
+    }
+    for (std::size_t i = 1; i < length; ++i) {
+      if ((static_cast<unsigned char>(text[at + i]) & 0xc0) != 0x80) {
+        return false;
+      }
+    }
+    at += length;
+  }
+  return true;
+}
+
+TEST(HostileExportTest, InvalidUtf8NeverReachesARecord) {
+  // A lone continuation byte, a cut-off sequence, an overlong slash, a surrogate and 0xFF, in
+  // source names and in a type; a clean record after each.
+  const std::vector<std::string> broken = {"\x80", "Anna\xc3", "\xc0\xaf", "\xed\xa0\x80", "\xff"};
+  std::string body;
+  int value = 0;
+  for (const auto& bytes : broken) {
+    body += recordNamed("Watch " + bytes) + stepRecord(++value);
+  }
+  body +=
+      " <Record type=\"HKQuantityTypeIdentifier\xffStepCount\" unit=\"count\" "
+      "startDate=\"2024-03-10 08:30:00 +0100\" endDate=\"2024-03-10 08:31:00 +0100\" "
+      "value=\"1\"/>\n" +
+      stepRecord(++value);
+  CollectingSink sink;
+  const auto report = readText(exportHead() + body + "</HealthData>\n", sink);
+  ASSERT_TRUE(report.isSuccess()) << report.error();
+  for (const auto& record : sink.records) {
+    EXPECT_TRUE(isValidUtf8(record.sourceName)) << record.sourceName;
+    EXPECT_TRUE(isValidUtf8(record.type)) << record.type;
+  }
+  EXPECT_GE(report.value().count(ExportIssue::malformedXml), 1u);
+  const auto clean = std::count_if(sink.records.begin(), sink.records.end(),
+                                   [](const auto& r) { return r.sourceName == "Anna's iPhone"; });
+  EXPECT_EQ(clean, value);
+}
+
+}  // namespace
+}  // namespace velk::ingest
