@@ -286,7 +286,7 @@ int runImport(const std::string& exportPath, const GlobalOptions& global, std::o
   }
   if (summary.samplesWithoutUnit > 0) {
     err << "velk: warning: " << exportPath << ": " << summary.samplesWithoutUnit
-        << " quantity records name no known unit and were not stored\n";
+        << " quantity records name no unit of their type and were left out\n";
   }
   out << nlohmann::json{{"database", *global.databasePath},
                         {"export", summary.exportDescription},

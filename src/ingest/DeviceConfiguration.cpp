@@ -13,6 +13,7 @@
 #include "velk/ingest/StoreFile.h"
 #include "velk/platform/Calendar.h"
 #include "velk/platform/InMemoryHealthDatabase.h"
+#include "velk/platform/StoredSample.h"
 #include "velk/platform/UserDefaults.h"
 
 namespace velk::ingest {
@@ -20,20 +21,25 @@ namespace {
 
 using Code = DeviceConfigurationError;
 
-// Collects an export's records for an in-memory database.
+// Collects an export's records for an in-memory database. Quantity records whose unit the store
+// cannot hold (no unit at all, or one of another dimension than their type) are counted and
+// left out, as the import into a database leaves them out.
 class CollectingSink final : public ExportSink {
  public:
   void characteristics(platform::Characteristics value) override {
     characteristics_ = std::move(value);
   }
-  void record(platform::SampleRecord value) override { records_.push_back(std::move(value)); }
-  void records(std::vector<platform::SampleRecord>&& batch) override {
-    if (records_.empty()) {
-      records_ = std::move(batch);
-      return;
+  void record(platform::SampleRecord value) override {
+    if (platform::StoredSample::from(value)) {
+      records_.push_back(std::move(value));
+    } else {
+      ++withoutUnit_;
     }
-    records_.insert(records_.end(), std::make_move_iterator(batch.begin()),
-                    std::make_move_iterator(batch.end()));
+  }
+  void records(std::vector<platform::SampleRecord>&& batch) override {
+    for (auto& one : batch) {
+      record(std::move(one));
+    }
   }
 
   std::shared_ptr<platform::InMemoryHealthDatabase> makeDatabase(
@@ -41,10 +47,12 @@ class CollectingSink final : public ExportSink {
     return std::make_shared<platform::InMemoryHealthDatabase>(std::move(settings), characteristics_,
                                                               records_);
   }
+  std::uint64_t recordsWithoutUnit() const { return withoutUnit_; }
 
  private:
   platform::Characteristics characteristics_;
   std::vector<platform::SampleRecord> records_;
+  std::uint64_t withoutUnit_ = 0;
 };
 
 struct LoadedDatabase {
@@ -80,6 +88,11 @@ Result<LoadedDatabase> loadExport(const DeviceConfiguration& configuration) {
   std::vector<std::string> warnings;
   for (const auto& line : report.value().warningLines()) {
     warnings.push_back(configuration.exportPath->string() + ": " + line);
+  }
+  if (sink.recordsWithoutUnit() > 0) {
+    warnings.push_back(configuration.exportPath->string() + ": " +
+                       std::to_string(sink.recordsWithoutUnit()) +
+                       " quantity records name no unit of their type and were left out");
   }
   return Loaded::success({sink.makeDatabase(settingsFor(configuration)), std::move(warnings)});
 }

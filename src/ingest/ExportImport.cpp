@@ -143,7 +143,7 @@ class DatabaseWriter final : public ExportSink {
   void add(const platform::SampleRecord& record) {
     PackedSample sample;
     if (record.kind == platform::SampleKind::quantity) {
-      const auto unit = unitId(record.unit);
+      const auto unit = platform::StoredSample::from(record) ? unitId(record.unit) : std::nullopt;
       if (!unit) {
         ++withoutUnit_;  // no query could convert its value; the store would refuse it too
         return;

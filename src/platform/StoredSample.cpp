@@ -1,5 +1,7 @@
 #include "velk/platform/StoredSample.h"
 
+#include "velk/platform/CanonicalUnits.h"
+
 namespace velk::platform {
 
 std::optional<StoredSample> StoredSample::from(const SampleRecord& record) {
@@ -10,6 +12,12 @@ std::optional<StoredSample> StoredSample::from(const SampleRecord& record) {
   if (record.kind == SampleKind::quantity) {
     sample.unit = HKUnit::unitFromString(record.unit);
     if (!sample.unit) {
+      return std::nullopt;
+    }
+    // A quantity the store keeps in another dimension (steps in kilograms) could never be summed
+    // or converted: converting it would stop the process, so the store does not hold it.
+    const auto canonical = canonicalUnitForQuantityType(record.type);
+    if (canonical && !sample.unit->isCompatible(*canonical)) {
       return std::nullopt;
     }
   }

@@ -233,6 +233,33 @@ TEST_F(ToolTest, AnImportedExportAnswersAsTheExportItselfAndSurvivesAFailedImpor
   EXPECT_EQ(from({"--db", database}).lines, fromExport.lines);
 }
 
+TEST_F(ToolTest, ExportRecordsInUnitsTheirTypeCannotHaveAreLeftOutWithAWarning) {
+  const std::string exportXml = R"(<?xml version="1.0" encoding="UTF-8"?>
+<HealthData locale="en_US">
+ <Record type="HKQuantityTypeIdentifierStepCount" sourceName="iPhone" unit="count" value="100"
+  startDate="2024-03-10 09:00:00 +0100" endDate="2024-03-10 09:10:00 +0100"/>
+ <Record type="HKQuantityTypeIdentifierStepCount" sourceName="iPhone" unit="kg" value="70"
+  startDate="2024-03-10 10:00:00 +0100" endDate="2024-03-10 10:10:00 +0100"/>
+ <Record type="HKQuantityTypeIdentifierStepCount" sourceName="iPhone" unit="bananas" value="7"
+  startDate="2024-03-10 11:00:00 +0100" endDate="2024-03-10 11:10:00 +0100"/>
+</HealthData>
+)";
+  const std::string path = folder_.write("export.xml", exportXml).string();
+  const ToolRun run =
+      velk({"--export", path, "summary", "physical", "--date", "2024-03-10T12:00"}, nullptr);
+  ASSERT_EQ(run.status, 0) << run.err;
+  EXPECT_EQ(run.lines[0]["summaries"]["daily_activity_related_data"]["distance_data"]
+                     ["steps_per_day_number"],
+            100);
+  EXPECT_THAT(run.err, HasSubstr("2 quantity records name no unit of their type"));
+
+  const ToolRun imported =
+      velk({"import", path, "--db", folder_.file("units.db").string()}, nullptr);
+  ASSERT_EQ(imported.status, 0) << imported.err;
+  EXPECT_EQ(imported.lines[0]["samples"], 1);
+  EXPECT_EQ(imported.lines[0]["samples_without_unit"], 2);
+}
+
 TEST_F(ToolTest, BadInputIsReportedOnStderrWithStatusTwo) {
   const ToolRun zone = velk({"--tz", "Mars/Olympus", "last-date"});
   EXPECT_EQ(zone.status, 2);

@@ -24,7 +24,8 @@ struct StoredSample {
   SampleKind kind = SampleKind::quantity;
   std::optional<bool> wasUserEntered;
 
-  /// The compact form of `record`. Absent when a quantity record's unit is not a unit.
+  /// The compact form of `record`. Absent when a quantity record's unit is not a unit, or is one
+  /// of another dimension than the store keeps its type in (steps in kilograms).
   static std::optional<StoredSample> from(const SampleRecord& record);
 
   SampleRecord record() const;
