@@ -1,0 +1,131 @@
+// Dates and numbers at the edges: samples long before 2001 and after 2100, sub-second and
+// zero-length samples, numbers that are not finite, and day windows on days with a clock change
+// in zones that shift by an hour, by half an hour, north and south of the equator.
+#include <gtest/gtest.h>
+
+#include <cmath>
+
+#include "ingest/ExportTestSupport.h"
+#include "support/TestDevice.h"
+#include "velk/healthstore/VelkPredicateBuilder.h"
+#include "velk/ingest/ExportReader.h"
+#include "velk/ingest/StoreFile.h"
+
+namespace velk::ingest {
+namespace {
+
+using testing::utcDate;
+
+std::string sample(const std::string& start, const std::string& end, const std::string& value) {
+  return R"({"type": "HKQuantityTypeIdentifierStepCount", "unit": "count", "start": ")" + start +
+         R"(", "end": ")" + end + R"(", "value": )" + value + "}";
+}
+
+TEST(EdgeValuesTest, StoreFilesKeepFarDatesAndFractionsAndRefuseNumbersBeyondADouble) {
+  const auto contents = StoreFile::parse(
+      R"({"samples": [)" + sample("1900-01-01T00:00:00Z", "1900-01-01T00:00:00Z", "1") + "," +
+          sample("2150-06-01T12:00:00.250+05:30", "2150-06-01T12:00:00.750+05:30", "2") + "," +
+          sample("2000-12-31T23:59:59.5Z", "2001-01-01T00:00:00.5Z", "5e-324") + "]}",
+      "edge.json");
+  ASSERT_TRUE(contents.isSuccess()) << contents.error();
+  const auto& samples = contents.value().samples;
+  ASSERT_EQ(samples.size(), 3u);
+  EXPECT_EQ(samples[0].start, utcDate(1900, 1, 1));
+  EXPECT_EQ(samples[0].end, samples[0].start);
+  EXPECT_EQ(samples[1].start, utcDate(2150, 6, 1, 6, 30, 0.25));
+  EXPECT_DOUBLE_EQ(samples[1].end.timeIntervalSince(samples[1].start), 0.5);
+  EXPECT_DOUBLE_EQ(samples[2].start.timeIntervalSinceReferenceDate(), -0.5);
+  EXPECT_GT(samples[2].value, 0.0);
+
+  // Found again by a query over the day, zero-length and all.
+  const auto database = StoreFile::makeDatabase(contents.value());
+  EXPECT_EQ(
+      database
+          ->samples("HKQuantityTypeIdentifierStepCount", utcDate(1899, 12, 31), utcDate(1900, 1, 2))
+          .size(),
+      1u);
+
+  for (const char* value : {"1e999", "-1e400", "NaN", "Infinity", "\"inf\""}) {
+    SCOPED_TRACE(value);
+    const auto refused = StoreFile::parse(
+        R"({"samples": [)" + sample("2024-01-01T00:00:00Z", "2024-01-01T00:00:00Z", value) + "]}",
+        "edge.json");
+    ASSERT_TRUE(refused.isFailure());
+    EXPECT_NE(refused.error().message().find("edge.json"), std::string::npos);
+  }
+}
+
+TEST(EdgeValuesTest, ExportsReadFarDatesAndWarnAboutNumbersThatAreNotFinite) {
+  std::string text = testing::exportHead();
+  const auto record = [](const std::string& start, const std::string& end,
+                         const std::string& value) {
+    return " <Record type=\"HKQuantityTypeIdentifierStepCount\" unit=\"count\" startDate=\"" +
+           start + "\" endDate=\"" + end + "\" value=\"" + value + "\"/>\n";
+  };
+  text += record("1900-01-01 00:00:00 +0000", "1900-01-01 00:00:00 +0000", "1");
+  text += record("2150-06-01 12:00:00 +0530", "2150-06-01 12:00:00 +0530", "2");
+  for (const char* value : {"nan", "NaN", "inf", "-inf", "1e999", "-1e400", "0x10"}) {
+    text += record("2024-01-01 00:00:00 +0000", "2024-01-01 00:01:00 +0000", value);
+  }
+  text += "</HealthData>\n";
+  testing::TempDir dir;
+  testing::CollectingSink sink;
+  const auto report = ExportReader().read(dir.write("edge.xml", text), sink);
+  ASSERT_TRUE(report.isSuccess()) << report.error();
+  // The records after the export date are read, with a warning of their own.
+  ASSERT_EQ(sink.records.size(), 2u);
+  EXPECT_EQ(sink.records[0].start, utcDate(1900, 1, 1));
+  EXPECT_EQ(sink.records[1].start, utcDate(2150, 6, 1, 6, 30));
+  EXPECT_EQ(report.value().count(ExportIssue::nonNumericValue), 7u);
+  for (const auto& one : sink.records) {
+    EXPECT_TRUE(std::isfinite(one.value));
+  }
+}
+
+struct ClockChange {
+  const char* zone;
+  int year, month, day;
+  // From midnight to 23:59:59 of that local day, plus a second. On the day that Sao Paulo set its
+  // clocks back at midnight, the last hour is repeated and 23:59:59 reads as its first pass.
+  double dayHours;
+};
+
+TEST(EdgeValuesTest, DayWindowsFollowTheWallClockOnDaysWithClockChanges) {
+  const ClockChange changes[] = {
+      {"Europe/Berlin", 2024, 3, 31, 23},         {"Europe/Berlin", 2024, 10, 27, 25},
+      {"America/Sao_Paulo", 2018, 11, 4, 23},     {"America/Sao_Paulo", 2019, 2, 16, 24},
+      {"Australia/Adelaide", 2024, 10, 6, 23},    {"Australia/Adelaide", 2024, 4, 7, 25},
+      {"Australia/Lord_Howe", 2024, 10, 6, 23.5}, {"Australia/Lord_Howe", 2024, 4, 7, 24.5},
+      {"Asia/Kolkata", 2024, 3, 31, 24},
+  };
+  for (const auto& change : changes) {
+    SCOPED_TRACE(std::string(change.zone) + " " + std::to_string(change.month) + "/" +
+                 std::to_string(change.day));
+    testing::TestDevice device({.timeZone = change.zone});
+    const auto noon = device.localDate(change.year, change.month, change.day, 12);
+    const VelkPredicateBuilder builder;
+    const auto midnight = builder.getDate(noon, 0, 0, 0);
+    const auto lastSecond = builder.getDate(noon, 23, 59, 59);
+    ASSERT_TRUE(midnight && lastSecond);
+    EXPECT_DOUBLE_EQ(lastSecond->timeIntervalSince(*midnight), change.dayHours * 3600 - 1);
+
+    // Every wall time of the day makes a moment, those in a gap too.
+    for (int minute = 0; minute < 24 * 60; minute += 15) {
+      EXPECT_TRUE(builder.getDate(noon, minute / 60, minute % 60, 0).has_value()) << minute;
+    }
+
+    // The sleep window is 24 hours back from noon, whatever the clocks did.
+    const auto window = builder.getPredicate(noon, 12, 0, 0, 24.0);
+    ASSERT_TRUE(window.has_value());
+    const auto bounds = window->dateBounds();
+    ASSERT_TRUE(bounds.start && bounds.end);
+    EXPECT_EQ(*bounds.end, noon);
+    EXPECT_DOUBLE_EQ(bounds.end->timeIntervalSince(*bounds.start), 24 * 3600.0);
+  }
+  testing::TestDevice kolkata({.timeZone = "Asia/Kolkata"});
+  EXPECT_EQ(VelkPredicateBuilder().getDate(utcDate(2024, 3, 31, 12), 0, 0, 0),
+            utcDate(2024, 3, 30, 18, 30));
+}
+
+}  // namespace
+}  // namespace velk::ingest
