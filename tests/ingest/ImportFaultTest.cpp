@@ -39,6 +39,7 @@ std::string exportOf(int count) {
 
 std::uint64_t samplesIn(const std::filesystem::path& database) {
   const auto opened = ImportedHealthDatabase::open(database);
+  EXPECT_TRUE(opened.isSuccess()) << opened.error().message();
   return opened.isSuccess() ? opened.value()->sampleCount() : 0;
 }
 
