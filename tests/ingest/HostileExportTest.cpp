@@ -7,6 +7,7 @@
 #include <algorithm>
 #include <cstring>
 #include <fstream>
+#include <sstream>
 #include <string>
 
 #include "ingest/ExportTestSupport.h"
@@ -197,7 +198,9 @@ TEST(HostileExportTest, EmptyLinesAreReadInMemoryOfTheirSize) {
 
 TEST(HostileExportTest, AFileCutAnywhereGivesWhatCameBeforeAndAWarning) {
   std::ifstream in(kExports / "curated-2021/sampleexport.xml", std::ios::binary);
-  const std::string whole((std::istreambuf_iterator<char>(in)), std::istreambuf_iterator<char>());
+  std::ostringstream bytes;
+  bytes << in.rdbuf();
+  const std::string whole = bytes.str();
   ASSERT_GT(whole.size(), 10000u);
   CollectingSink complete;
   ASSERT_TRUE(readText(whole, complete).isSuccess());

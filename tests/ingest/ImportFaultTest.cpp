@@ -11,6 +11,7 @@
 #include <chrono>
 #include <fstream>
 #include <random>
+#include <sstream>
 #include <string>
 #include <thread>
 
@@ -35,6 +36,14 @@ std::string exportOf(int count) {
     text += testing::stepRecord(i, start);
   }
   return text + "</HealthData>\n";
+}
+
+// The whole of a file (through rdbuf, which the optimised sanitizer builds accept).
+std::string readFile(const std::filesystem::path& path) {
+  std::ifstream in(path, std::ios::binary);
+  std::ostringstream bytes;
+  bytes << in.rdbuf();
+  return bytes.str();
 }
 
 std::uint64_t samplesIn(const std::filesystem::path& database) {
@@ -79,11 +88,7 @@ TEST(ImportFaultTest, ACorruptDatabaseIsRefusedAndAnImportReplacesIt) {
   testing::TempDir dir;
   const auto database = dir.file("health.db");
   ASSERT_TRUE(importExport(dir.write("a.xml", exportOf(100)), database).isSuccess());
-  std::string bytes;
-  {
-    std::ifstream in(database, std::ios::binary);
-    bytes.assign(std::istreambuf_iterator<char>(in), std::istreambuf_iterator<char>());
-  }
+  const std::string bytes = readFile(database);
   for (const auto& damaged :
        {std::string("not a database at all"), bytes.substr(0, bytes.size() / 2),
         bytes.substr(0, 100) + std::string(bytes.size() - 100, '\x5a')}) {
@@ -227,9 +232,7 @@ TEST(ImportFaultTest, TwoProcessesWritingOneUserDefaultsStoreLoseNoWrite) {
   // A file that is no store is refused and left as it was.
   const auto other = dir.write("other.sqlite", "some bytes that are no database");
   EXPECT_TRUE(platform::UserDefaults::open(other).isFailure());
-  std::ifstream in(other, std::ios::binary);
-  EXPECT_EQ(std::string(std::istreambuf_iterator<char>(in), std::istreambuf_iterator<char>()),
-            "some bytes that are no database");
+  EXPECT_EQ(readFile(other), "some bytes that are no database");
 }
 
 }  // namespace
