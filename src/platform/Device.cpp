@@ -16,7 +16,9 @@ std::shared_ptr<const Device>& installedSlot() {
   return slot;
 }
 
-std::shared_ptr<const Device> loadInstalled() { return std::atomic_load(&installedSlot()); }
+std::shared_ptr<const Device> loadInstalled() {
+  return std::atomic_load(&installedSlot());
+}
 
 }  // namespace
 
@@ -36,7 +38,9 @@ std::shared_ptr<const Device> Device::current() {
   return device;
 }
 
-bool Device::isInstalled() { return loadInstalled() != nullptr; }
+bool Device::isInstalled() {
+  return loadInstalled() != nullptr;
+}
 
 Date Device::now() const {
   if (settings_.clock) {
@@ -49,6 +53,8 @@ Date Device::now() const {
 DeviceScope::DeviceScope(std::shared_ptr<const Device> device)
     : previous_(std::atomic_exchange(&installedSlot(), std::move(device))) {}
 
-DeviceScope::~DeviceScope() { std::atomic_store(&installedSlot(), std::move(previous_)); }
+DeviceScope::~DeviceScope() {
+  std::atomic_store(&installedSlot(), std::move(previous_));
+}
 
 }  // namespace velk::platform

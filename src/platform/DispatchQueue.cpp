@@ -36,7 +36,9 @@ void SerialQueue::async(Work work) {
   worker_->wake.notify_one();
 }
 
-bool SerialQueue::isCurrent() const { return std::this_thread::get_id() == thread_.get_id(); }
+bool SerialQueue::isCurrent() const {
+  return std::this_thread::get_id() == thread_.get_id();
+}
 
 void SerialQueue::run(std::shared_ptr<Worker> worker) {
   std::unique_lock lock(worker->mutex);

@@ -5,8 +5,8 @@
 namespace velk {
 
 Error::Error(std::string domain, std::int64_t code, std::string message)
-    : payload_(std::make_shared<const Payload>(
-          Payload{std::move(domain), code, std::move(message)})) {}
+    : payload_(
+          std::make_shared<const Payload>(Payload{std::move(domain), code, std::move(message)})) {}
 
 bool operator==(const Error& a, const Error& b) {
   return a.isSameInstance(b) ||

@@ -23,14 +23,17 @@ TEST(DispatchConcurrencyTest, SerialQueueRunsInOrderOnItsOwnThread) {
   for (int i = 0; i < 100; ++i) {
     queue->async([&, i] {
       seen.push_back(i);
-      if (std::this_thread::get_id() == caller || !queue->isCurrent()) offCaller = false;
-      if (i == 99) done = true;
+      if (std::this_thread::get_id() == caller || !queue->isCurrent())
+        offCaller = false;
+      if (i == 99)
+        done = true;
     });
   }
   ASSERT_TRUE(main.runUntil([&] { return done.load(); }, 5s));
   EXPECT_TRUE(offCaller);
   ASSERT_EQ(seen.size(), 100u);
-  for (int i = 0; i < 100; ++i) EXPECT_EQ(seen[static_cast<std::size_t>(i)], i);
+  for (int i = 0; i < 100; ++i)
+    EXPECT_EQ(seen[static_cast<std::size_t>(i)], i);
   EXPECT_FALSE(queue->isCurrent());
 }
 

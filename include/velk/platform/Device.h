@@ -28,10 +28,10 @@ struct OSVersion {
 };
 
 struct DeviceSettings {
-  std::string timeZone = "UTC";                  ///< IANA identifier of the current time zone
+  std::string timeZone = "UTC";                       ///< IANA identifier of the current time zone
   std::vector<std::string> preferredLanguages{"en"};  ///< BCP 47 tags, most preferred first
   OSVersion osVersion{};
-  std::function<Date()> clock;                   ///< "now"; empty means the system clock
+  std::function<Date()> clock;  ///< "now"; empty means the system clock
 };
 
 class Device {
