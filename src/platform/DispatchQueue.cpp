@@ -29,11 +29,14 @@ SerialQueue::~SerialQueue() {
 }
 
 void SerialQueue::async(Work work) {
+  // The work may release the last owner of this queue as soon as it is queued, so nothing of
+  // `this` is touched once the lock is let go: the worker is kept alive by a copy of its pointer.
+  const std::shared_ptr<Worker> worker = worker_;
   {
-    std::lock_guard lock(worker_->mutex);
-    worker_->work.push_back(std::move(work));
+    std::lock_guard lock(worker->mutex);
+    worker->work.push_back(std::move(work));
   }
-  worker_->wake.notify_one();
+  worker->wake.notify_one();
 }
 
 bool SerialQueue::isCurrent() const {

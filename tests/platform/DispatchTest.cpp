@@ -72,9 +72,7 @@ TEST(DispatchConcurrencyTest, NotifyOnAnEmptyGroupIsSubmittedAtOnce) {
   EXPECT_EQ(runs, 1);
 }
 
-// Not in the ThreadSanitizer selection yet: under TSan this case fails (a report about the worker
-// thread that finishes detached after its queue is gone); to be looked into.
-TEST(DispatchTest, QueueReleasedFromItsOwnWorkDoesNotDeadlock) {
+TEST(DispatchConcurrencyTest, QueueReleasedFromItsOwnWorkDoesNotDeadlock) {
   auto main = std::make_shared<MainQueue>();
   std::atomic<bool> done{false};
   {
