@@ -22,16 +22,7 @@ std::optional<QuantitySampleList> asQuantitySamples(
   if (!samples.has_value()) {
     return std::nullopt;
   }
-  QuantitySampleList quantities;
-  quantities.reserve(samples->size());
-  for (const auto& sample : *samples) {
-    auto quantity = std::dynamic_pointer_cast<const platform::HKQuantitySample>(sample);
-    if (!quantity) {
-      return std::nullopt;
-    }
-    quantities.push_back(std::move(quantity));
-  }
-  return quantities;
+  return platform::samplesOfClass<platform::HKQuantitySample>(*samples);
 }
 
 std::vector<VelkWeightSample> makeWeightSamples(const QuantitySampleList& samples,

@@ -17,19 +17,17 @@ using Samples = std::vector<VelkHeartRateSample>;
 // or no list, is an empty list: not an error.
 Samples heartRateSamples(const std::optional<platform::HKSampleList>& list) {
   Samples samples;
-  if (!list) {
+  const auto quantities =
+      list ? platform::samplesOfClass<platform::HKQuantitySample>(*list) : std::nullopt;
+  if (!quantities) {
     return samples;
   }
   const auto beatsPerMinute =
       platform::HKUnit::countUnit().unitDividedByUnit(platform::HKUnit::minuteUnit());
-  samples.reserve(list->size());
-  for (const auto& sample : *list) {
-    const auto quantitySample = std::dynamic_pointer_cast<const platform::HKQuantitySample>(sample);
-    if (!quantitySample) {
-      return {};
-    }
-    samples.push_back({quantitySample->quantity().doubleValueForUnit(beatsPerMinute),
-                       quantitySample->startDate(), quantitySample->endDate()});
+  samples.reserve(quantities->size());
+  for (const auto& sample : *quantities) {
+    samples.push_back({sample->quantity().doubleValueForUnit(beatsPerMinute), sample->startDate(),
+                       sample->endDate()});
   }
   return samples;
 }

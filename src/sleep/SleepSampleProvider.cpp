@@ -16,22 +16,6 @@ constexpr const char* kSleepAnalysisIdentifier = "HKCategoryTypeIdentifierSleepA
 constexpr std::int64_t kNightEndHour = 12;
 constexpr double kNightHours = 24.0;
 
-// The store's list as category samples, or nothing when any element is of another kind: the list
-// is taken as a whole or not at all.
-std::optional<SleepSampleProvider::Samples> asCategorySamples(
-    const platform::HKSampleList& samples) {
-  SleepSampleProvider::Samples categorySamples;
-  categorySamples.reserve(samples.size());
-  for (const auto& sample : samples) {
-    auto categorySample = std::dynamic_pointer_cast<const platform::HKCategorySample>(sample);
-    if (categorySample == nullptr) {
-      return std::nullopt;
-    }
-    categorySamples.push_back(std::move(categorySample));
-  }
-  return categorySamples;
-}
-
 }  // namespace
 
 SleepSampleProvider::SleepSampleProvider()
@@ -64,8 +48,9 @@ void SleepSampleProvider::getSleepSamples(Date date, Completion completion) {
           completion(Result<std::optional<Samples>>::failure(std::move(*error)));
           return;
         }
-        completion(Result<std::optional<Samples>>::success(samples ? asCategorySamples(*samples)
-                                                                   : std::nullopt));
+        completion(Result<std::optional<Samples>>::success(
+            samples ? platform::samplesOfClass<platform::HKCategorySample>(*samples)
+                    : std::nullopt));
       });
 }
 

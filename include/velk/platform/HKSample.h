@@ -7,6 +7,7 @@
 #include <memory>
 #include <optional>
 #include <string>
+#include <vector>
 
 #include "velk/platform/Date.h"
 #include "velk/platform/HKObjectType.h"
@@ -72,5 +73,26 @@ class HKCategorySample final : public HKSample {
  private:
   std::int64_t value_;
 };
+
+/// What a sample query hands back: samples of any class, in the query's order.
+using HKSampleList = std::vector<std::shared_ptr<const HKSample>>;
+
+/// The list as samples of one class (HKQuantitySample, HKCategorySample) when every element is
+/// one, else absent. Like the platform's cast of a sample array to an array of one class, the
+/// list is taken as a whole or not at all.
+template <class SampleClass>
+std::optional<std::vector<std::shared_ptr<const SampleClass>>> samplesOfClass(
+    const HKSampleList& list) {
+  std::vector<std::shared_ptr<const SampleClass>> typed;
+  typed.reserve(list.size());
+  for (const auto& sample : list) {
+    auto one = std::dynamic_pointer_cast<const SampleClass>(sample);
+    if (!one) {
+      return std::nullopt;
+    }
+    typed.push_back(std::move(one));
+  }
+  return typed;
+}
 
 }  // namespace velk::platform

@@ -26,8 +26,6 @@ struct NSSortDescriptor {
   bool ascending = true;
 };
 
-using HKSampleList = std::vector<std::shared_ptr<const HKSample>>;
-
 class HKSampleQuery {
  public:
   using ResultsHandler = std::function<void(
