@@ -10,6 +10,7 @@
 #include "velk/healthstore/HealthDataType.h"
 #include "velk/healthstore/TruncatedInteger.h"
 #include "velk/healthstore/VelkPredicateBuilder.h"
+#include "velk/ingest/StoreFile.h"
 
 namespace velk {
 namespace {
@@ -19,17 +20,15 @@ using platform::HKUnit;
 using testing::utcDate;
 
 // The day sum as the step and calorie readers ask for it: the device's day of `date`, anchored at
-// midnight, enumerated from 00:00:00 to 23:59:59; every completion the provider makes is kept.
-std::vector<Result<std::int64_t>> daySum(const char* identifier, HKUnit unit, Date date) {
+// midnight, enumerated from 00:00:00 to 23:59:59; the provider must complete exactly once.
+std::optional<Result<std::int64_t>> daySum(const char* identifier, HKUnit unit, Date date) {
   const AppleHealthProvider provider;
   const VelkPredicateBuilder builder;
-  const auto type = HKObjectType::quantityTypeForIdentifier(identifier).value();
-  platform::DateComponents oneDay;
-  oneDay.day = 1;
   platform::HKStatisticsCollectionQuery query(
-      type, builder.getPredicate(date, 23, 59, 59, 23.9),
-      platform::HKStatisticsOptions::cumulativeSum,
-      platform::Calendar::current().dateBySettingHour(0, date).value(), oneDay);
+      HKObjectType::quantityTypeForIdentifier(identifier).value(),
+      builder.getPredicate(date, 23, 59, 59, 23.9), platform::HKStatisticsOptions::cumulativeSum,
+      platform::Calendar::current().dateBySettingHour(0, date).value(),
+      platform::DateComponents{{}, {}, 1, {}, {}, {}, {}});
   testing::Awaited<std::vector<Result<std::int64_t>>> answer;
   const Date start = builder.getDate(date, 0, 0, 0).value();
   const Date end = builder.getDate(date, 23, 59, 59).value();
@@ -43,10 +42,30 @@ std::vector<Result<std::int64_t>> daySum(const char* identifier, HKUnit unit, Da
     set(results);
   };
   provider.healthStore->executeQuery(std::move(query));
-  return answer.get().value_or(std::vector<Result<std::int64_t>>{});
+  const auto results = answer.get().value_or(std::vector<Result<std::int64_t>>{});
+  EXPECT_EQ(results.size(), 1u) << identifier;
+  return results.size() == 1 ? std::optional(results[0]) : std::nullopt;
 }
 
-constexpr const char* kStore = R"({"samples": [
+// The samples of the provider's sample query for steps, or nothing when the query failed.
+std::optional<platform::HKSampleList> steps(std::optional<Date> start,
+                                            std::optional<std::int64_t> limit) {
+  testing::Awaited<std::optional<platform::HKSampleList>> answer;
+  AppleHealthProvider().getSamples(
+      *HKObjectType::quantityTypeForIdentifier("HKQuantityTypeIdentifierStepCount"),
+      platform::HKQuery::predicateForSamples(start, std::nullopt), limit,
+      [set = answer.setter()](const platform::HKSampleQuery&,
+                              std::optional<platform::HKSampleList> samples,
+                              std::optional<Error> error) { set(error ? std::nullopt : samples); });
+  return answer.get().value_or(std::nullopt);
+}
+
+// Flights fail with a store error, distances answer with nothing at all, stand time is unknown.
+std::shared_ptr<platform::InMemoryHealthDatabase> database() {
+  auto parsed = ingest::StoreFile::parse(R"({
+    "unknown_types": ["HKQuantityTypeIdentifierAppleStandTime"],
+    "query_errors": {"HKQuantityTypeIdentifierFlightsClimbed": {"code": 3, "message": "No"}},
+    "samples": [
   {"type": "HKQuantityTypeIdentifierActiveEnergyBurned", "start": "2024-03-10T09:00:00Z",
    "end": "2024-03-10T10:00:00Z", "value": 12.9},
   {"type": "HKQuantityTypeIdentifierStepCount", "start": "2024-03-10T09:00:00Z",
@@ -54,74 +73,47 @@ constexpr const char* kStore = R"({"samples": [
   {"type": "HKQuantityTypeIdentifierStepCount", "start": "2024-03-10T00:01:00Z",
    "end": "2024-03-10T00:02:00Z", "value": 1000},
   {"type": "HKQuantityTypeIdentifierStepCount", "start": "2024-03-10T10:00:00Z",
-   "end": "2024-03-10T10:01:00Z", "value": 500, "metadata": {"HKWasUserEntered": true}}]})";
-
-TEST(AppleHealthProviderTest, DaySumsAreTruncatedAndAbsentSumsAreErrors) {
-  testing::TestDevice device({.healthDatabase = testing::databaseFromJson(kStore)});
-  const Date day = utcDate(2024, 3, 10, 8, 30);
-
-  const auto energy =
-      daySum("HKQuantityTypeIdentifierActiveEnergyBurned", HKUnit::kilocalorieUnit(), day);
-  ASSERT_EQ(energy.size(), 1u);
-  EXPECT_EQ(energy[0].value(), 12);
-  // The early-morning and hand-entered samples lie outside the read.
-  const auto steps = daySum("HKQuantityTypeIdentifierStepCount", HKUnit::countUnit(), day);
-  ASSERT_EQ(steps.size(), 1u);
-  EXPECT_EQ(steps[0].value(), 0);
-
-  const auto empty =
-      daySum("HKQuantityTypeIdentifierBasalEnergyBurned", HKUnit::kilocalorieUnit(), day);
-  ASSERT_EQ(empty.size(), 1u);
-  ASSERT_TRUE(empty[0].isFailure());
-  EXPECT_TRUE(errorIs(empty[0].error(), AppleHealthErrors::sumQuantityNull));
+   "end": "2024-03-10T10:01:00Z", "value": 500, "metadata": {"HKWasUserEntered": true}}]})",
+                                         "test.json");
+  EXPECT_TRUE(parsed.isSuccess());
+  auto contents = std::move(parsed).value();
+  contents.settings.typesAnsweringWithoutSamples.insert(
+      "HKQuantityTypeIdentifierDistanceWalkingRunning");
+  return ingest::StoreFile::makeDatabase(contents);
 }
 
-TEST(AppleHealthProviderTest, StoreErrorsAndMissingCollectionsReachTheCompletion) {
-  platform::HealthDatabaseSettings settings;
-  settings.queryErrors.emplace("HKQuantityTypeIdentifierFlightsClimbed",
-                               Error("com.apple.healthkit", 3, "No"));
-  settings.typesAnsweringWithoutSamples.insert("HKQuantityTypeIdentifierStepCount");
-  auto database = std::make_shared<platform::InMemoryHealthDatabase>(
-      settings, platform::Characteristics{}, std::vector<platform::SampleRecord>{});
-  testing::TestDevice device({.healthDatabase = database});
+TEST(AppleHealthProviderTest, DaySumsAreTruncatedAndStoreAnswersWithoutASumAreErrors) {
+  const auto store = database();
+  testing::TestDevice device({.healthDatabase = store});
   const Date day = utcDate(2024, 3, 10, 8, 30);
+  const auto kcal = HKUnit::kilocalorieUnit();
+  EXPECT_EQ(daySum("HKQuantityTypeIdentifierActiveEnergyBurned", kcal, day)->value(), 12);
+  // The early-morning and hand-entered samples lie outside the read.
+  EXPECT_EQ(daySum("HKQuantityTypeIdentifierStepCount", HKUnit::countUnit(), day)->value(), 0);
 
-  const auto failed = daySum("HKQuantityTypeIdentifierFlightsClimbed", HKUnit::countUnit(), day);
-  ASSERT_EQ(failed.size(), 1u);
-  ASSERT_TRUE(failed[0].isFailure());
-  EXPECT_TRUE(failed[0].error().isSameInstance(
-      database->queryError("HKQuantityTypeIdentifierFlightsClimbed").value()));
-
-  const auto none = daySum("HKQuantityTypeIdentifierStepCount", HKUnit::countUnit(), day);
-  ASSERT_EQ(none.size(), 1u);
-  EXPECT_TRUE(errorIs(none[0].error(), AppleHealthErrors::collectionHeatlhDataNull));
+  const auto errorOf = [&](const char* identifier, HKUnit unit) {
+    const auto result = daySum(identifier, unit, day).value();
+    EXPECT_TRUE(result.isFailure()) << identifier;
+    return result.isFailure() ? result.error() : Error("none", 0, "");
+  };
+  EXPECT_TRUE(errorIs(errorOf("HKQuantityTypeIdentifierBasalEnergyBurned", kcal),
+                      AppleHealthErrors::sumQuantityNull));
+  EXPECT_TRUE(
+      errorOf("HKQuantityTypeIdentifierFlightsClimbed", HKUnit::countUnit())
+          .isSameInstance(store->queryError("HKQuantityTypeIdentifierFlightsClimbed").value()));
+  EXPECT_TRUE(
+      errorIs(errorOf("HKQuantityTypeIdentifierDistanceWalkingRunning", HKUnit::meterUnit()),
+              AppleHealthErrors::collectionHeatlhDataNull));
 }
 
 TEST(AppleHealthProviderTest, SampleQueriesAreNewestFirstAndEmptyIsNotAnError) {
-  testing::TestDevice device({.healthDatabase = testing::databaseFromJson(kStore)});
-  const AppleHealthProvider provider;
-  const auto steps = HKObjectType::quantityTypeForIdentifier("HKQuantityTypeIdentifierStepCount");
-  testing::Awaited<std::optional<platform::HKSampleList>> answer;
-  provider.getSamples(*steps, platform::HKQuery::predicateForSamples(std::nullopt, std::nullopt), 2,
-                      [set = answer.setter()](const platform::HKSampleQuery&,
-                                              std::optional<platform::HKSampleList> samples,
-                                              std::optional<Error>) { set(samples); });
-  const auto newest = answer.get().value();
+  testing::TestDevice device({.healthDatabase = database()});
+  const auto newest = steps(std::nullopt, 2);
+  ASSERT_TRUE(newest);
   ASSERT_EQ(newest->size(), 2u);
   EXPECT_EQ((*newest)[0]->startDate(), utcDate(2024, 3, 10, 10));
   EXPECT_EQ((*newest)[1]->startDate(), utcDate(2024, 3, 10, 9));
-
-  testing::Awaited<std::optional<platform::HKSampleList>> nothing;
-  provider.getSamples(*steps,
-                      platform::HKQuery::predicateForSamples(utcDate(2025, 1, 1), std::nullopt),
-                      std::nullopt,
-                      [set = nothing.setter()](const platform::HKSampleQuery&,
-                                               std::optional<platform::HKSampleList> samples,
-                                               std::optional<Error> error) {
-                        EXPECT_FALSE(error);
-                        set(samples);
-                      });
-  const auto empty = nothing.get().value();
+  const auto empty = steps(utcDate(2025, 1, 1), std::nullopt);
   ASSERT_TRUE(empty);
   EXPECT_TRUE(empty->empty());
 }
@@ -147,21 +139,16 @@ TEST(LibraryErrorsTest, CasesBridgeWithTheirPositionAndPublishedText) {
 }
 
 TEST(HealthDataTypeTest, CasesKeepTheirOrderNamesAndStoreTypes) {
+  testing::TestDevice device({.healthDatabase = database()});
   const auto& all = allHealthDataTypes();
   EXPECT_EQ(rawValue(all[20]), "workout");
   EXPECT_EQ(rawValue(all[21]), "sleepAnalysis");
   EXPECT_EQ(rawValue(all[22]), "vo2Max");
   EXPECT_EQ(healthDataTypeFromRawValue("vo2Max"), HealthDataType::vo2Max);
   EXPECT_FALSE(healthDataTypeFromRawValue("VO2Max"));
-  for (const HealthDataType type : all) {
-    EXPECT_EQ(healthDataTypeFromRawValue(rawValue(type)), type);
-  }
-
-  auto database =
-      testing::databaseFromJson(R"({"unknown_types": ["HKQuantityTypeIdentifierAppleStandTime"]})");
-  testing::TestDevice device({.healthDatabase = database});
   int known = 0;
   for (const HealthDataType type : all) {
+    EXPECT_EQ(healthDataTypeFromRawValue(rawValue(type)), type);
     if (const auto object = objectType(type)) {
       EXPECT_EQ(object->identifier(), storeIdentifier(type));
       EXPECT_EQ(object->kind(), objectKind(type));

@@ -23,18 +23,15 @@ TEST(DebugOutputConcurrencyTest, LinesFromManyThreadsNeverInterleave) {
   std::vector<std::thread> threads;
   for (int t = 0; t < 4; ++t) {
     threads.emplace_back([] {
-      for (int i = 0; i < 200; ++i) {
+      for (int i = 0; i < 200; ++i)
         debugPrint("abcdefghij");
-      }
     });
   }
-  for (auto& thread : threads) {
+  for (auto& thread : threads)
     thread.join();
-  }
   std::string expected;
-  for (int i = 0; i < 800; ++i) {
+  for (int i = 0; i < 800; ++i)
     expected += "\"abcdefghij\"\n";
-  }
   EXPECT_EQ(capture.text(), expected);
 }
 

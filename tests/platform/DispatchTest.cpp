@@ -2,6 +2,7 @@
 
 #include <atomic>
 #include <chrono>
+#include <numeric>
 #include <thread>
 #include <vector>
 
@@ -19,26 +20,32 @@ TEST(DispatchConcurrencyTest, SerialQueueRunsInOrderOnItsOwnThread) {
   std::atomic<bool> offCaller{true};
   const auto caller = std::this_thread::get_id();
   MainQueue main;
-  std::atomic<bool> done{false};
   for (int i = 0; i < 100; ++i) {
     queue->async([&, i] {
-      seen.push_back(i);
       if (std::this_thread::get_id() == caller || !queue->isCurrent())
         offCaller = false;
-      if (i == 99)
-        done = true;
+      seen.push_back(i);
     });
   }
+  std::atomic<bool> done{false};
+  queue->async([&] { done = true; });
   ASSERT_TRUE(main.runUntil([&] { return done.load(); }, 5s));
   EXPECT_TRUE(offCaller);
-  ASSERT_EQ(seen.size(), 100u);
-  for (int i = 0; i < 100; ++i)
-    EXPECT_EQ(seen[static_cast<std::size_t>(i)], i);
+  std::vector<int> expected(100);
+  std::iota(expected.begin(), expected.end(), 0);
+  EXPECT_EQ(seen, expected);
   EXPECT_FALSE(queue->isCurrent());
 }
 
-TEST(DispatchConcurrencyTest, GroupNotifiesOnTheMainQueueAfterEveryLeave) {
+TEST(DispatchConcurrencyTest, GroupNotifiesOnTheMainQueueAfterEveryLeaveOrAtOnceWhenEmpty) {
   auto main = std::make_shared<MainQueue>();
+  DispatchGroup empty;
+  int emptyRuns = 0;
+  empty.notify(main, [&] { ++emptyRuns; });
+  EXPECT_EQ(emptyRuns, 0);  // submitted, not run inline
+  EXPECT_EQ(main->drain(), 1u);
+  EXPECT_EQ(emptyRuns, 1);
+
   std::vector<std::shared_ptr<SerialQueue>> workers;
   DispatchGroup group;
   std::atomic<int> finished{0};
@@ -62,27 +69,15 @@ TEST(DispatchConcurrencyTest, GroupNotifiesOnTheMainQueueAfterEveryLeave) {
   EXPECT_EQ(finishedAtNotify, 5);
 }
 
-TEST(DispatchConcurrencyTest, NotifyOnAnEmptyGroupIsSubmittedAtOnce) {
-  auto main = std::make_shared<MainQueue>();
-  DispatchGroup group;
-  int runs = 0;
-  group.notify(main, [&] { ++runs; });
-  EXPECT_EQ(runs, 0);  // submitted, not run inline
-  EXPECT_EQ(main->drain(), 1u);
-  EXPECT_EQ(runs, 1);
-}
-
 TEST(DispatchConcurrencyTest, QueueReleasedFromItsOwnWorkDoesNotDeadlock) {
   auto main = std::make_shared<MainQueue>();
   std::atomic<bool> done{false};
-  {
-    auto queue = SerialQueue::make("test.self-release");
-    auto* raw = queue.get();
-    raw->async([q = std::move(queue), &done]() mutable {
-      q.reset();
-      done = true;
-    });
-  }
+  auto queue = SerialQueue::make("test.self-release");
+  auto* raw = queue.get();
+  raw->async([q = std::move(queue), &done]() mutable {
+    q.reset();
+    done = true;
+  });
   EXPECT_TRUE(main->runUntil([&] { return done.load(); }, 5s));
 }
 

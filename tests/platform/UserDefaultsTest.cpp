@@ -20,68 +20,63 @@ std::shared_ptr<UserDefaults> openOrFail(const std::filesystem::path& path) {
   auto opened = UserDefaults::open(path);
   if (!opened.isSuccess()) {
     ADD_FAILURE() << opened.error();
-    return nullptr;
+    return UserDefaults::inMemory();
   }
   return std::move(opened).value();
 }
 
 std::string contents(const std::filesystem::path& path) {
-  std::ifstream in(path, std::ios::binary);
   std::ostringstream text;
-  text << in.rdbuf();
+  text << std::ifstream(path, std::ios::binary).rdbuf();
   return text.str();
 }
 
-TEST(UserDefaultsTest, ValuesKeepTheirTypeAndReplaceEachOther) {
-  TempDir folder;
-  auto defaults = openOrFail(folder.file("nested/folders/defaults.sqlite"));
-  ASSERT_TRUE(defaults);
-  EXPECT_EQ(defaults->date("when"), std::nullopt);
-  EXPECT_FALSE(defaults->contains("when"));
-
-  const Date when = Date::fromReferenceSeconds(731'741'400.125);
-  defaults->setDate("when", when);
-  EXPECT_EQ(defaults->date("when"), when);
-  EXPECT_EQ(defaults->string("when"), std::nullopt);
-
-  // A string under the key replaces the date, and the key no longer reads as a date.
-  defaults->setString("when", "2024-03-10");
-  EXPECT_EQ(defaults->date("when"), std::nullopt);
-  EXPECT_EQ(defaults->string("when"), "2024-03-10");
-  EXPECT_TRUE(defaults->contains("when"));
-
-  defaults->setDate("when", Date::fromReferenceSeconds(-5.5));
-  EXPECT_EQ(defaults->date("when"), Date::fromReferenceSeconds(-5.5));
-  defaults->setString("other", std::string("with\0zero", 9));
-  EXPECT_EQ(defaults->string("other"), std::string("with\0zero", 9));
-
-  defaults->remove("when");
-  EXPECT_EQ(defaults->date("when"), std::nullopt);
-  EXPECT_FALSE(defaults->contains("when"));
-  EXPECT_EQ(defaults->string("other"), std::string("with\0zero", 9));
+Date at(double seconds) {
+  return Date::fromReferenceSeconds(seconds);
 }
 
-TEST(UserDefaultsTest, InstancesOverOnePathShareValuesAndTheyOutliveTheInstance) {
+TEST(UserDefaultsTest, ValuesKeepTheirTypeAndReplaceEachOtherInEitherKindOfStore) {
+  TempDir folder;
+  for (const auto& defaults :
+       {openOrFail(folder.file("nested/folders/defaults.sqlite")), UserDefaults::inMemory()}) {
+    EXPECT_EQ(defaults->date("when"), std::nullopt);
+    EXPECT_FALSE(defaults->contains("when"));
+    defaults->setDate("when", at(731'741'400.125));
+    EXPECT_EQ(defaults->date("when"), at(731'741'400.125));
+    EXPECT_EQ(defaults->string("when"), std::nullopt);
+    // A string under the key replaces the date, and the key no longer reads as a date.
+    defaults->setString("when", "2024-03-10");
+    EXPECT_EQ(defaults->date("when"), std::nullopt);
+    EXPECT_EQ(defaults->string("when"), "2024-03-10");
+    EXPECT_TRUE(defaults->contains("when"));
+    defaults->setDate("when", at(-5.5));
+    EXPECT_EQ(defaults->date("when"), at(-5.5));
+    defaults->setString("other", std::string("with\0zero", 9));
+    defaults->remove("when");
+    EXPECT_EQ(defaults->date("when"), std::nullopt);
+    EXPECT_FALSE(defaults->contains("when"));
+    EXPECT_EQ(defaults->string("other"), std::string("with\0zero", 9));
+  }
+  // In-memory stores are shared by holder only.
+  auto shared = UserDefaults::inMemory();
+  shared->setDate("k", at(3));
+  EXPECT_EQ(UserDefaults::inMemory()->date("k"), std::nullopt);
+}
+
+TEST(UserDefaultsTest, InstancesAndProcessesOverOnePathShareValuesThatOutliveThem) {
   TempDir folder;
   const auto path = folder.file("defaults.sqlite");
   auto first = openOrFail(path);
   auto second = openOrFail(path);
-  ASSERT_TRUE(first && second);
-  first->setDate("k", Date::fromReferenceSeconds(10));
-  EXPECT_EQ(second->date("k"), Date::fromReferenceSeconds(10));
-  second->setDate("k", Date::fromReferenceSeconds(20));
-  EXPECT_EQ(first->date("k"), Date::fromReferenceSeconds(20));
+  first->setDate("k", at(10));
+  EXPECT_EQ(second->date("k"), at(10));
+  second->setDate("k", at(20));
+  EXPECT_EQ(first->date("k"), at(20));
   first.reset();
   second.reset();
-  EXPECT_EQ(openOrFail(path)->date("k"), Date::fromReferenceSeconds(20));
-}
-
-TEST(UserDefaultsTest, AnotherProcessSeesWhatOneWrites) {
-  TempDir folder;
-  const auto path = folder.file("defaults.sqlite");
   auto parent = openOrFail(path);
-  ASSERT_TRUE(parent);
-  parent->setDate("velk_last_sleep_date_extraction", Date::fromReferenceSeconds(1));
+  EXPECT_EQ(parent->date("k"), at(20));
+  parent->setDate("velk_last_sleep_date_extraction", at(1));
 
   const pid_t child = fork();
   ASSERT_NE(child, -1);
@@ -91,9 +86,9 @@ TEST(UserDefaultsTest, AnotherProcessSeesWhatOneWrites) {
     if (!opened.isSuccess())
       _exit(2);
     auto mine = std::move(opened).value();
-    if (mine->date("velk_last_sleep_date_extraction") != Date::fromReferenceSeconds(1))
+    if (mine->date("velk_last_sleep_date_extraction") != at(1))
       _exit(3);
-    mine->setDate("velk_last_sleep_date_extraction", Date::fromReferenceSeconds(731'000'000.5));
+    mine->setDate("velk_last_sleep_date_extraction", at(731'000'000.5));
     mine->setString("from_child", "yes");
     _exit(0);
   }
@@ -101,20 +96,19 @@ TEST(UserDefaultsTest, AnotherProcessSeesWhatOneWrites) {
   ASSERT_EQ(waitpid(child, &status, 0), child);
   ASSERT_TRUE(WIFEXITED(status));
   ASSERT_EQ(WEXITSTATUS(status), 0);
-  EXPECT_EQ(parent->date("velk_last_sleep_date_extraction"),
-            Date::fromReferenceSeconds(731'000'000.5));
+  EXPECT_EQ(parent->date("velk_last_sleep_date_extraction"), at(731'000'000.5));
   EXPECT_EQ(parent->string("from_child"), "yes");
 }
 
 TEST(UserDefaultsTest, AFileThatIsNoStoreIsRefusedAndLeftAlone) {
   TempDir folder;
-  const std::string garbage(8192, 'x');
-  const auto path = folder.write("defaults.sqlite", "this is not a database\n" + garbage);
+  const std::string garbage = "this is not a database\n" + std::string(8192, 'x');
+  const auto path = folder.write("defaults.sqlite", garbage);
   auto opened = UserDefaults::open(path);
   ASSERT_FALSE(opened.isSuccess());
   EXPECT_EQ(opened.error().domain(), UserDefaults::kErrorDomain);
   EXPECT_NE(opened.error().message().find(path.string()), std::string::npos);
-  EXPECT_EQ(contents(path), "this is not a database\n" + garbage);
+  EXPECT_EQ(contents(path), garbage);
 
   // A database of some other program, with a table of the same name but other columns.
   const auto foreign = folder.file("foreign.sqlite");
@@ -129,43 +123,29 @@ TEST(UserDefaultsTest, AFileThatIsNoStoreIsRefusedAndLeftAlone) {
   EXPECT_EQ(contents(foreign), before);
 
   // A parent "folder" that is a file cannot hold the store.
-  const auto blocker = folder.write("blocker", "file");
-  EXPECT_FALSE(UserDefaults::open(blocker / "defaults.sqlite").isSuccess());
-}
-
-TEST(UserDefaultsTest, InMemoryStoresAreSharedByHolderOnly) {
-  auto shared = UserDefaults::inMemory();
-  auto sameStore = shared;
-  sameStore->setDate("k", Date::fromReferenceSeconds(3));
-  EXPECT_EQ(shared->date("k"), Date::fromReferenceSeconds(3));
-  EXPECT_EQ(UserDefaults::inMemory()->date("k"), std::nullopt);
-  EXPECT_EQ(shared->path(), ":memory:");
+  EXPECT_FALSE(UserDefaults::open(folder.write("blocker", "file") / "defaults.sqlite").isSuccess());
 }
 
 TEST(UserDefaultsConcurrencyTest, WritersOnManyThreadsAndInstancesLoseNothing) {
   TempDir folder;
   const auto path = folder.file("defaults.sqlite");
   auto shared = openOrFail(path);
-  ASSERT_TRUE(shared);
+  const auto key = [](int t, int i) { return "key" + std::to_string(t) + "_" + std::to_string(i); };
   std::vector<std::thread> threads;
   for (int t = 0; t < 4; ++t) {
     threads.emplace_back([&, t] {
       // Half the threads share one instance, half open their own connection.
       auto own = t % 2 == 0 ? shared : openOrFail(path);
-      for (int i = 0; i < 25; ++i) {
-        own->setDate("key" + std::to_string(t) + "_" + std::to_string(i),
-                     Date::fromReferenceSeconds(t * 100 + i));
-      }
+      for (int i = 0; i < 25; ++i)
+        own->setDate(key(t, i), at(t * 100 + i));
     });
   }
   for (auto& thread : threads)
     thread.join();
   int found = 0;
   for (int t = 0; t < 4; ++t) {
-    for (int i = 0; i < 25; ++i) {
-      found += shared->date("key" + std::to_string(t) + "_" + std::to_string(i)) ==
-               Date::fromReferenceSeconds(t * 100 + i);
-    }
+    for (int i = 0; i < 25; ++i)
+      found += shared->date(key(t, i)) == at(t * 100 + i);
   }
   EXPECT_EQ(found, 100);
 }
