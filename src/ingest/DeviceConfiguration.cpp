@@ -30,7 +30,7 @@ class CollectingSink final : public ExportSink {
     characteristics_ = std::move(value);
   }
   void record(platform::SampleRecord value) override {
-    if (platform::StoredSample::from(value)) {
+    if (storable_.accepts(value)) {
       records_.push_back(std::move(value));
     } else {
       ++withoutUnit_;
@@ -53,6 +53,7 @@ class CollectingSink final : public ExportSink {
   platform::Characteristics characteristics_;
   std::vector<platform::SampleRecord> records_;
   std::uint64_t withoutUnit_ = 0;
+  platform::StorableRecordCheck storable_;
 };
 
 struct LoadedDatabase {

@@ -15,6 +15,7 @@
 #include "velk/ingest/ExportSource.h"
 #include "velk/ingest/ImportedHealthDatabase.h"
 #include "velk/platform/HKUnit.h"
+#include "velk/platform/StoredSample.h"
 
 namespace velk::ingest {
 namespace {
@@ -143,7 +144,7 @@ class DatabaseWriter final : public ExportSink {
   void add(const platform::SampleRecord& record) {
     PackedSample sample;
     if (record.kind == platform::SampleKind::quantity) {
-      const auto unit = platform::StoredSample::from(record) ? unitId(record.unit) : std::nullopt;
+      const auto unit = storable_.accepts(record) ? unitId(record.unit) : std::nullopt;
       if (!unit) {
         ++withoutUnit_;  // no query could convert its value; the store would refuse it too
         return;
@@ -379,6 +380,7 @@ class DatabaseWriter final : public ExportSink {
   std::uint64_t ordinal_ = 0;
   std::uint64_t stored_ = 0;
   std::uint64_t withoutUnit_ = 0;
+  platform::StorableRecordCheck storable_;
   platform::Characteristics characteristics_;
   bool characteristicsFound_ = false;
 };

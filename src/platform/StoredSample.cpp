@@ -4,22 +4,41 @@
 
 namespace velk::platform {
 
+bool isStorableQuantityUnit(std::string_view type, std::string_view unit) {
+  const auto parsed = HKUnit::unitFromString(unit);
+  if (!parsed) {
+    return false;
+  }
+  // A quantity the store keeps in another dimension could never be summed or converted:
+  // converting it would stop the process, so the store does not hold it.
+  const auto canonical = canonicalUnitForQuantityType(type);
+  return !canonical || parsed->isCompatible(*canonical);
+}
+
+bool StorableRecordCheck::accepts(const SampleRecord& record) {
+  if (record.kind != SampleKind::quantity) {
+    return true;
+  }
+  std::string key = record.type;
+  key.push_back('\0');
+  key += record.unit;
+  const auto [entry, added] = known_.try_emplace(std::move(key), false);
+  if (added) {
+    entry->second = isStorableQuantityUnit(record.type, record.unit);
+  }
+  return entry->second;
+}
+
 std::optional<StoredSample> StoredSample::from(const SampleRecord& record) {
   StoredSample sample;
   sample.type = InternedString(record.type);
   sample.sourceBundleIdentifier = InternedString(record.sourceBundleIdentifier);
   sample.sourceName = InternedString(record.sourceName);
   if (record.kind == SampleKind::quantity) {
+    if (!isStorableQuantityUnit(record.type, record.unit)) {
+      return std::nullopt;
+    }
     sample.unit = HKUnit::unitFromString(record.unit);
-    if (!sample.unit) {
-      return std::nullopt;
-    }
-    // A quantity the store keeps in another dimension (steps in kilograms) could never be summed
-    // or converted: converting it would stop the process, so the store does not hold it.
-    const auto canonical = canonicalUnitForQuantityType(record.type);
-    if (canonical && !sample.unit->isCompatible(*canonical)) {
-      return std::nullopt;
-    }
   }
   sample.value = record.value;
   sample.start = record.start;

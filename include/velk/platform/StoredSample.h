@@ -5,6 +5,9 @@
 #pragma once
 
 #include <optional>
+#include <string>
+#include <string_view>
+#include <unordered_map>
 
 #include "velk/platform/Date.h"
 #include "velk/platform/HKUnit.h"
@@ -29,6 +32,20 @@ struct StoredSample {
   static std::optional<StoredSample> from(const SampleRecord& record);
 
   SampleRecord record() const;
+};
+
+/// Whether a quantity of `type` recorded in `unit` can be held: the text names a unit, of the
+/// dimension in which the store keeps the type (steps in kilograms cannot be summed).
+bool isStorableQuantityUnit(std::string_view type, std::string_view unit);
+
+/// isStorableQuantityUnit for a stream of records, remembered per type and unit, for readers
+/// that check millions of records of a few dozen kinds. Category records always pass.
+class StorableRecordCheck {
+ public:
+  bool accepts(const SampleRecord& record);
+
+ private:
+  std::unordered_map<std::string, bool> known_;  ///< by type, a NUL, and unit
 };
 
 }  // namespace velk::platform
