@@ -77,8 +77,9 @@ std::vector<Kind> expandKinds(const std::vector<std::string>& names) {
   return kinds;
 }
 
-// Asks the manager for one document in its dictionary form and prints it on one line. Returns
-// false when the library answered with an error (printed as an error result).
+// Asks the manager for one document in its dictionary form and prints it on one line. Returns the
+// exit status: kExitErrorResult when the library answered with an error (printed as an error
+// result), kExitFailure when it gave no answer in time.
 int printSummary(VelkExtractionManager& manager, Kind kind, Date date, std::ostream& out,
                  std::ostream& err) {
   auto answer = std::make_shared<Answer<DictionaryAnswer>>();
