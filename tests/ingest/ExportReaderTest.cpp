@@ -1,31 +1,117 @@
 #include "velk/ingest/ExportReader.h"
 
 #include <gtest/gtest.h>
-#include <zip.h>
 
 #include <set>
 
 #include "ingest/ExportTestSupport.h"
 #include "support/TempDir.h"
+#include "velk/ingest/ExportDate.h"
 #include "velk/ingest/ExportErrors.h"
+#include "velk/ingest/SourceIdentifierRule.h"
 
 namespace velk::ingest {
 namespace {
 
 using testing::CollectingSink;
 using testing::exportHead;
+using testing::exportWith;
+using testing::realExport;
 using testing::stepRecord;
-
-// The real exports live beside the repository (see their README).
-const std::filesystem::path kExports = testing::sourcePath("../shared/testdata/exports");
 
 Result<ExportReport> readInto(const std::filesystem::path& path, CollectingSink& sink) {
   return ExportReader().read(path, sink);
 }
 
+TEST(ExportDateTest, ReadsEveryExportFormAndRefusesWhatIsNoDate) {
+  const std::pair<const char*, double> moments[] = {
+      // 2024-03-10T07:30:00Z, seconds since 1970, in every form.
+      {"2024-03-10 08:30:00 +0100", 1710055800.0},
+      {"2024-03-10 02:30:00 -0500", 1710055800.0},
+      {"2024-03-10T07:30:00Z", 1710055800.0},
+      {"2024-03-10 08:30:00 +01:00", 1710055800.0},
+      {"20240310083000+0100", 1710055800.0},
+      // 00:30 at +0200 on 1 March 2020 is 22:30 UTC on 29 February.
+      {"2020-03-01 00:30:00 +0200", 1583015400.0}};
+  for (const auto& [text, unix] : moments) {
+    const auto date = ExportDate::parse(text);
+    ASSERT_TRUE(date.has_value()) << text;
+    EXPECT_DOUBLE_EQ(date->timeIntervalSince1970(), unix) << text;
+  }
+  EXPECT_DOUBLE_EQ(ExportDate::parse("2001-01-01 00:00:00 +0000")->timeIntervalSinceReferenceDate(),
+                   0.0);
+  for (const char* text :
+       {"", "2024-03-10", "2024-02-30 08:00:00 +0100", "2024-03-10 25:00:00 +0100",
+        "2024-03-10 08:30:00", "2024-03-10 08:30:00 +0100 junk", "2024/03/10 08:30:00 +0100",
+        "2015110717192+0100", "2024-13-10 08:30:00 +0100", "2024-03-10 08:60:00 +0100",
+        "2024-03-10 08:30:00 +2400", "2024-03-10 08:30:00 *0100", "2024-03-1a 08:30:00 +0100"}) {
+    EXPECT_FALSE(ExportDate::parse(text).has_value()) << text;
+  }
+  // Birth days are components without a time.
+  const auto day = ExportDate::parseDay("1989-04-24");
+  ASSERT_TRUE(day.has_value());
+  EXPECT_EQ(std::tuple(day->year, day->month, day->day), std::tuple(1989, 4, 24));
+  EXPECT_FALSE(day->hour.has_value());
+  EXPECT_FALSE(ExportDate::parseDay("1989-02-30").has_value());
+  EXPECT_FALSE(ExportDate::parseDay("").has_value());
+}
+
+TEST(ExportSourceRuleTest, ApplesOwnSourcesPassTheSleepFilterAndAppsDoNot) {
+  constexpr std::string_view kWatchDevice =
+      "<<HKDevice: 0x28347b340>, name:Apple Watch, manufacturer:Apple Inc., model:Watch, "
+      "hardware:Watch4,2, software:7.1>";
+  constexpr std::string_view kPhoneDevice =
+      "<<HKDevice: 0x281307c50>, name:iPhone, manufacturer:Apple Inc., model:iPhone, "
+      "hardware:iPhone12,3, software:14.0>";
+  const SourceIdentifierRule rule;
+  const auto passes = [&](const std::string& name, const std::string& version,
+                          std::string_view device) {
+    return rule.identifierFor(name, version, device).find("com.apple.health") != std::string::npos;
+  };
+  // Device sources by their names, also localised and with a no-break space.
+  EXPECT_TRUE(passes("Anna's iPhone", "", ""));
+  EXPECT_TRUE(passes("User\u2019s Apple\u00a0Watch", "6.1.3", ""));
+  EXPECT_TRUE(passes("iPhone de Marie", "17.1", ""));
+  // A renamed watch, known by its device and its OS version.
+  EXPECT_TRUE(passes("\U0001F55B\U0001F550", "7.1", kWatchDevice));
+  EXPECT_EQ(rule.identifierFor("Health", "17.0", ""), "com.apple.health");
+  // Apps, even one that attaches the phone's device to its samples.
+  EXPECT_FALSE(passes("AutoSleep", "6.1", ""));
+  EXPECT_FALSE(passes("AutoSleep", "7.4", kPhoneDevice));
+  EXPECT_FALSE(passes("Sleep Cycle", "", ""));
+  EXPECT_FALSE(passes("WatchSleeper", "14.0", ""));
+  EXPECT_FALSE(passes("com.apple.health", "1", ""));
+  EXPECT_EQ(rule.identifierFor("Sleep Cycle", "", ""), "export.source.sleep-cycle");
+
+  // Distinct names keep distinct identifiers; the rule is a pure function.
+  const auto first = rule.identifierFor("\U0001F55B", "1", "");
+  EXPECT_NE(first, rule.identifierFor("\U0001F51C", "1", ""));
+  EXPECT_NE(rule.identifierFor("Withings", "", ""), rule.identifierFor("Withings\u00e9", "", ""));
+  EXPECT_EQ(first, rule.identifierFor("\U0001F55B", "1", ""));
+}
+
+TEST(ExportSourceRuleTest, MappingFileOverridesTheRule) {
+  testing::TempDir dir;
+  const auto path = dir.write(
+      "sources.json", R"({"AutoSleep": "com.apple.health.autosleep", "Anna's iPhone": "x.y"})");
+  const auto rule = SourceIdentifierRule::fromMappingFile(path);
+  ASSERT_TRUE(rule.isSuccess());
+  EXPECT_EQ(rule.value().identifierFor("AutoSleep", "", ""), "com.apple.health.autosleep");
+  EXPECT_EQ(rule.value().identifierFor("Anna's iPhone", "", ""), "x.y");
+  EXPECT_EQ(rule.value().identifierFor("Sleep Cycle", "", ""), "export.source.sleep-cycle");
+
+  for (const char* bad : {R"(["AutoSleep"])", R"({"AutoSleep": 3})", "{not json"}) {
+    const auto refused = SourceIdentifierRule::fromMappingFile(dir.write("bad.json", bad));
+    ASSERT_TRUE(refused.isFailure()) << bad;
+    EXPECT_EQ(refused.error().code(),
+              static_cast<std::int64_t>(ExportErrorCode::invalidSourceMapping));
+  }
+  EXPECT_TRUE(SourceIdentifierRule::fromMappingFile(dir.file("missing.json")).isFailure());
+}
+
 TEST(ExportReaderTest, ReadsTheWatchExportCompletely) {
   CollectingSink sink;
-  const auto report = readInto(kExports / "watch5-2020/export.xml", sink);
+  const auto report = readInto(realExport("watch5-2020/export.xml"), sink);
   ASSERT_TRUE(report.isSuccess()) << report.error();
   EXPECT_FALSE(report.value().hasWarnings());
   EXPECT_EQ(report.value().recordsRead, 1862u);
@@ -45,9 +131,7 @@ TEST(ExportReaderTest, ReadsTheWatchExportCompletely) {
 
   ASSERT_TRUE(sink.me.has_value());
   const auto& birth = std::get<platform::DateComponents>(sink.me->dateOfBirth);
-  EXPECT_EQ(birth.year, 1989);
-  EXPECT_EQ(birth.month, 4);
-  EXPECT_EQ(birth.day, 24);
+  EXPECT_EQ(std::tuple(birth.year, birth.month, birth.day), std::tuple(1989, 4, 24));
   EXPECT_EQ(std::get<std::int64_t>(sink.me->biologicalSex), 1);
 
   // The first record: heart rate 60 count/min at 2020-04-10 03:33:34 +0200 from the watch.
@@ -71,7 +155,7 @@ TEST(ExportReaderTest, ReadsTheWatchExportCompletely) {
 
 TEST(ExportReaderTest, ReadsTheCuratedExportsWithTheirDtdAndOddRecords) {
   CollectingSink sink;
-  const auto report = readInto(kExports / "curated-2021/sampleexport-2.xml", sink);
+  const auto report = readInto(realExport("curated-2021/sampleexport-2.xml"), sink);
   ASSERT_TRUE(report.isSuccess()) << report.error();
   EXPECT_EQ(sink.records.size(), 37u);
   EXPECT_EQ(sink.countsByType()["HKQuantityTypeIdentifierBodyMass"], 7);
@@ -92,15 +176,15 @@ TEST(ExportReaderTest, ReadsTheCuratedExportsWithTheirDtdAndOddRecords) {
   EXPECT_EQ(std::get<std::int64_t>(sink.me->biologicalSex), 2);
 
   CollectingSink other;
-  ASSERT_TRUE(readInto(kExports / "curated-2021/sampleexport.xml", other).isSuccess());
+  ASSERT_TRUE(readInto(realExport("curated-2021/sampleexport.xml"), other).isSuccess());
   EXPECT_EQ(other.records.size(), 5u);
 }
 
 TEST(ExportReaderTest, SurvivesTheKnownKindsOfBrokenExports) {
   testing::TempDir dir;
   const std::string text =
-      "<?xml version=\"1.0\" encoding=\"UTF-8\"?>\n"                   // 1
-      "<!DOCTYPE HealthData [\n"                                       // 2
+      "\xEF\xBB\xBF<?xml version=\"1.0\" encoding=\"UTF-8\"?><!-- exported -->\n"  // 1
+      "<!DOCTYPE HealthData [\n"                                                   // 2
       "<!ATTLIST Me\n"                                                 // 3: never closed
       "  HKCharacteristicTypeIdentifierDateOfBirth CDATA #REQUIRED\n"  // 4
       "> >\n"                                                          // 5: stray '>'
@@ -116,13 +200,11 @@ TEST(ExportReaderTest, SurvivesTheKnownKindsOfBrokenExports) {
       "startDate=\"2024-03-10 08:30:00 +0100\" endDate=\"2024-03-10 08:30:00 +0100\" "
       "value=\"180\" Was User Entered=\"1\"/>\n" +  // 12: broken, lost
       stepRecord(30) +                              // 13
-      " <Record type=\"HKCategoryTypeIdentifierSleepAnalysis\" sourceName=\"Health\" "
-      "startDate=\"2024-03-10 00:30:00 +0100\" endDate=\"2024-03-10 06:30:00 +0100\" "
-      "value=\"HKCategoryValueSleepAnalysisAsleepREM\">\n"           // 14
-      "  <MetadataEntry key=\"HKWasUserEntered\" value=\"1\"/>\n" +  // 15
-      stepRecord(40) +                                               // 16: nested
-      " </Record>\n" +                                               // 17
-      stepRecord(50, "2030-01-01 08:00:00 +0100") +                  // 18: wrong clock
+      testing::sleepRecord("AsleepREM", "Health", "2024-03-10 00:30:00 +0100",
+                           "2024-03-10 06:30:00 +0100",                                   // 14
+                           "  <MetadataEntry key=\"HKWasUserEntered\" value=\"1\"/>\n" +  // 15
+                               stepRecord(40)) +     // 16: nested; 17 closes the sleep record
+      stepRecord(50, "2030-01-01 08:00:00 +0100") +  // 18: wrong clock
       " <Record type=\"HKQuantityTypeIdentifierHeartRate\" sourceName=\"W\" unit=\"count/min\" "
       "startDate=\"2024-03-10 08:30:00 +0100\" endDate=\"2024-03-10 08:30:00 +0100\" "
       "value=\"high\"/>\n"  // 19
@@ -138,12 +220,8 @@ TEST(ExportReaderTest, SurvivesTheKnownKindsOfBrokenExports) {
   ASSERT_TRUE(report.isSuccess()) << report.error();
   const auto& r = report.value();
 
-  std::vector<double> values;
-  for (const auto& record : sink.records) {
-    values.push_back(record.value);
-  }
   // In end-tag order: the nested record closes before the sleep record that holds it.
-  EXPECT_EQ(values, (std::vector<double>{10, 20, 30, 40, 5, 50, 60}));
+  EXPECT_EQ(sink.values(), (std::vector<double>{10, 20, 30, 40, 5, 50, 60}));
   EXPECT_EQ(r.recordsRead, 7u);
   EXPECT_EQ(r.correlationRecordsSkipped, 1u);
 
@@ -173,26 +251,22 @@ TEST(ExportReaderTest, SurvivesTheKnownKindsOfBrokenExports) {
 TEST(ExportReaderTest, ReadsValuesAsXmlDefinesThemAndDamageWhereItLies) {
   testing::TempDir dir;
   const auto record = [](const std::string& name, int steps) {
-    return " <Record type=\"HKQuantityTypeIdentifierStepCount\" sourceName=\"" + name +
-           "\" unit=\"count\" startDate=\"2024-03-10 08:30:00 +0100\" "
-           "endDate=\"2024-03-10 08:30:00 +0100\" value=\"" +
-           std::to_string(steps) + "\"/>\n";
+    return testing::namedRecord(name, std::to_string(steps));
   };
   std::string deep;
   for (int i = 0; i < 200000; ++i) {
     deep += "<a>";
   }
-  const auto text = exportHead() +                                 // 1-3
-                    record("Ann&#8217;s&#160;&lt;Phone&gt;", 1) +  // 4
-                    record("Tab\tLine&#10;Feed\r\nEnd", 2) +       // 5-6
-                    record("Bell&#7;", 3) +                        // 7
-                    record("Latin \xE9t\xE9", 4) +                 // 8: not UTF-8, skipped
-                    " <<broken\n" +                                // 9
-                    record("After", 5) +                           // 10
-                    " <Nest>" + deep + "\n" +                      // 11: never closed
-                    record("Last", 6) +                            // 12
-                    stepRecord(7, "2024-03-10 08:30:00 -0500") +   // 13: same day, other zone
-                    "</HealthData>\n";
+  const auto text = exportWith(                      // 1-3
+      record("Ann&#8217;s&#160;&lt;Phone&gt;", 1) +  // 4
+      record("Tab\tLine&#10;Feed\r\nEnd", 2) +       // 5-6
+      record("Bell&#7;", 3) +                        // 7
+      record("Latin \xE9t\xE9", 4) +                 // 8: not UTF-8, skipped
+      " <<broken\n" +                                // 9
+      record("After", 5) +                           // 10
+      " <Nest>" + deep + "\n" +                      // 11: never closed
+      record("Last", 6) +                            // 12
+      stepRecord(7, "2024-03-10 08:30:00 -0500"));   // 13: same day, other zone
   CollectingSink sink;
   const auto report = readInto(dir.write("references.xml", text), sink);
   ASSERT_TRUE(report.isSuccess()) << report.error();
@@ -211,104 +285,43 @@ TEST(ExportReaderTest, ReadsValuesAsXmlDefinesThemAndDamageWhereItLies) {
   EXPECT_EQ(r.entry(ExportIssue::malformedXml).firstLines, (std::vector<std::uint64_t>{8, 9, 13}));
 }
 
-TEST(ExportReaderTest, ReadsPastADoctypeWhoseSubsetNeverCloses) {
-  testing::TempDir dir;
-  const auto text =
-      "\xEF\xBB\xBF<?xml version=\"1.0\" encoding=\"UTF-8\"?>\n"
-      "<!-- exported -->\n"
-      "<!DOCTYPE HealthData [\n"
-      "<!ATTLIST Record type CDATA #REQUIRED\n"
-      "<!ELEMENT Me EMPTY>>\n" +
-      exportHead().substr(exportHead().find("<HealthData")) + stepRecord(5) + "</HealthData>\n";
-  CollectingSink sink;
-  const auto report = readInto(dir.write("open-subset.xml", text), sink);
-  ASSERT_TRUE(report.isSuccess()) << report.error();
-  EXPECT_FALSE(report.value().hasWarnings());
-  ASSERT_EQ(sink.records.size(), 1u);
-  EXPECT_DOUBLE_EQ(sink.records[0].value, 5.0);
-}
-
 TEST(ExportReaderTest, MapsEverySleepStageName) {
   testing::TempDir dir;
-  std::string text = exportHead();
+  std::string body;
   for (const char* stage : {"InBed", "AsleepUnspecified", "Asleep", "Awake", "AsleepCore",
                             "AsleepDeep", "AsleepREM", "Dreaming"}) {
-    text += std::string(
-                " <Record type=\"HKCategoryTypeIdentifierSleepAnalysis\" sourceName=\"S\" "
-                "startDate=\"2024-03-10 00:30:00 +0100\" "
-                "endDate=\"2024-03-10 06:30:00 +0100\" value=\"HKCategoryValueSleepAnalysis") +
-            stage + "\"/>\n";
+    body += testing::sleepRecord(stage);
   }
-  text += "</HealthData>\n";
   CollectingSink sink;
-  const auto report = readInto(dir.write("sleep.xml", text), sink);
+  const auto report = readInto(dir.write("sleep.xml", exportWith(body)), sink);
   ASSERT_TRUE(report.isSuccess());
-  std::vector<double> values;
-  for (const auto& record : sink.records) {
-    values.push_back(record.value);
-  }
-  EXPECT_EQ(values, (std::vector<double>{0, 1, 1, 2, 3, 4, 5}));
+  EXPECT_EQ(sink.values(), (std::vector<double>{0, 1, 1, 2, 3, 4, 5}));
   EXPECT_EQ(report.value().entry(ExportIssue::unknownCategoryValue).firstLines,
             std::vector<std::uint64_t>{11});
 }
 
-TEST(ExportReaderTest, ReportsAFileCutShortAndKeepsWhatCameBefore) {
-  testing::TempDir dir;
-  const auto text = exportHead() + stepRecord(1) + stepRecord(2) + stepRecord(3).substr(0, 40);
-  CollectingSink sink;
-  const auto report = readInto(dir.write("cut.xml", text), sink);
-  ASSERT_TRUE(report.isSuccess());
-  EXPECT_EQ(sink.records.size(), 2u);
-  EXPECT_EQ(report.value().count(ExportIssue::truncated), 1u);
-  EXPECT_EQ(report.value().count(ExportIssue::malformedXml), 1u);
-}
-
-void addToZip(zip_t* archive, const char* name, const std::string& text) {
-  auto* source = zip_source_buffer(archive, text.data(), text.size(), 0);
-  ASSERT_NE(source, nullptr);
-  ASSERT_GE(zip_file_add(archive, name, source, ZIP_FL_ENC_UTF_8), 0);
-}
-
-TEST(ExportReaderTest, FindsTheExportInAZipByItsRootNotItsName) {
+TEST(ExportReaderTest, FindsTheExportInAZipByItsRootAndRefusesFilesThatAreNoExport) {
   testing::TempDir dir;
   const auto path = dir.file("export.zip");
   const std::string cda = "<?xml version=\"1.0\"?>\n<ClinicalDocument><Record/></ClinicalDocument>";
-  const std::string other = "<?xml version=\"1.0\"?>\n<gpx/>";
-  const auto xml = exportHead() + stepRecord(7) + "</HealthData>\n";
-  {
-    int error = 0;
-    zip_t* archive = zip_open(path.c_str(), ZIP_CREATE | ZIP_TRUNCATE, &error);
-    ASSERT_NE(archive, nullptr);
-    addToZip(archive, "apple_health_export/export_cda.xml", cda);
-    addToZip(archive, "apple_health_export/workout-routes/route.xml", other);
-    addToZip(archive, "apple_health_export/\u5bfc\u51fa.xml", xml);
-    ASSERT_EQ(zip_close(archive), 0);
-  }
+  ASSERT_TRUE(testing::writeZip(
+      path, {{"apple_health_export/export_cda.xml", cda},
+             {"apple_health_export/workout-routes/route.xml", "<?xml version=\"1.0\"?>\n<gpx/>"},
+             {"apple_health_export/\u5bfc\u51fa.xml", exportWith(stepRecord(7))}}));
   auto source = ExportSource::open(path);
   ASSERT_TRUE(source.isSuccess()) << source.error();
   EXPECT_NE(source.value()->description().find("\u5bfc\u51fa.xml"), std::string::npos);
-
   CollectingSink sink;
   ASSERT_TRUE(ExportReader().read(*source.value(), sink).isSuccess());
-  ASSERT_EQ(sink.records.size(), 1u);
-  EXPECT_DOUBLE_EQ(sink.records[0].value, 7.0);
+  EXPECT_EQ(sink.values(), std::vector<double>{7});
 
   // Without the export, the archive is refused.
-  const auto empty = dir.file("empty.zip");
-  {
-    int error = 0;
-    zip_t* archive = zip_open(empty.c_str(), ZIP_CREATE | ZIP_TRUNCATE, &error);
-    addToZip(archive, "apple_health_export/export_cda.xml", cda);
-    ASSERT_EQ(zip_close(archive), 0);
-  }
-  const auto refused = readInto(empty, sink);
+  ASSERT_TRUE(
+      testing::writeZip(dir.file("empty.zip"), {{"apple_health_export/export_cda.xml", cda}}));
+  const auto refused = readInto(dir.file("empty.zip"), sink);
   ASSERT_TRUE(refused.isFailure());
   EXPECT_EQ(refused.error().code(), static_cast<std::int64_t>(ExportErrorCode::noExportInArchive));
-}
 
-TEST(ExportReaderTest, RefusesFilesThatAreNoExport) {
-  testing::TempDir dir;
-  CollectingSink sink;
   for (const auto& [name, text] : std::vector<std::pair<std::string, std::string>>{
            {"other.xml", "<?xml version=\"1.0\"?>\n<!-- c -->\n<gpx><Record/></gpx>"},
            {"text.csv", "date,steps\n2024-03-10,100\n"},
@@ -318,10 +331,67 @@ TEST(ExportReaderTest, RefusesFilesThatAreNoExport) {
     EXPECT_EQ(result.error().code(), static_cast<std::int64_t>(ExportErrorCode::notAnExport));
     EXPECT_NE(result.error().message().find("not an Apple Health export"), std::string::npos);
   }
-  EXPECT_TRUE(sink.records.empty());
+  EXPECT_EQ(sink.records.size(), 1u);
   const auto missing = readInto(dir.file("missing.zip"), sink);
   ASSERT_TRUE(missing.isFailure());
   EXPECT_EQ(missing.error().code(), static_cast<std::int64_t>(ExportErrorCode::cannotOpen));
+}
+
+// An export of a few thousand records with some damage spread through it, so that small parts
+// cut it in many places, also next to the damage: parallel parts give what one thread gives.
+TEST(ExportReaderConcurrencyTest, ParallelSmallPartsGiveWhatOneThreadGives) {
+  std::string body =
+      " <Me HKCharacteristicTypeIdentifierDateOfBirth=\"1990-01-02\" "
+      "HKCharacteristicTypeIdentifierBiologicalSex=\"HKBiologicalSexOther\"/>\n";
+  for (int i = 0; i < 3000; ++i) {
+    if (i % 97 == 0) {
+      body +=
+          " <Record type=\"HKQuantityTypeIdentifierStepCount\" sourceName=\"Bad\" a b=\"1\"/>\n";
+    } else if (i % 89 == 0) {
+      body +=
+          " <Correlation type=\"HKCorrelationTypeIdentifierFood\" sourceName=\"App\" "
+          "startDate=\"2024-03-10 08:30:00 +0100\" endDate=\"2024-03-10 08:30:00 +0100\">\n " +
+          stepRecord(-i) + " </Correlation>\n";
+    } else if (i % 50 == 0) {
+      body += testing::sleepRecord("AsleepDeep", "Watch", "2024-03-10 00:30:00 +0100",
+                                   "2024-03-10 06:30:00 +0100",
+                                   "  <MetadataEntry key=\"HKWasUserEntered\" value=\"0\"/>\n");
+    } else {
+      body += stepRecord(i);
+    }
+  }
+  testing::TempDir dir;
+  const auto path = dir.write("mixed.xml", exportWith(body));
+
+  ExportReadOptions serial;
+  serial.threads = 1;
+  CollectingSink expected;
+  const auto expectedReport = ExportReader(serial).read(path, expected);
+  ASSERT_TRUE(expectedReport.isSuccess());
+  ASSERT_EQ(expected.records.size(), 3000u - 31u - 33u);
+  EXPECT_EQ(expectedReport.value().count(ExportIssue::malformedXml), 31u);
+  EXPECT_EQ(expectedReport.value().correlationRecordsSkipped, 33u);
+
+  for (const std::size_t chunkBytes : {std::size_t{300}, std::size_t{4096}, std::size_t{65536}}) {
+    ExportReadOptions parallel;
+    parallel.threads = 2;
+    parallel.chunkBytes = chunkBytes;
+    CollectingSink actual;
+    const auto report = ExportReader(parallel).read(path, actual);
+    ASSERT_TRUE(report.isSuccess());
+    ASSERT_EQ(actual.records.size(), expected.records.size()) << chunkBytes;
+    for (std::size_t i = 0; i < actual.records.size(); ++i) {
+      const auto& a = actual.records[i];
+      const auto& e = expected.records[i];
+      ASSERT_TRUE(a.type == e.type && a.value == e.value && a.start == e.start &&
+                  a.wasUserEntered == e.wasUserEntered &&
+                  a.sourceBundleIdentifier == e.sourceBundleIdentifier)
+          << "record " << i << " with parts of " << chunkBytes << " bytes";
+    }
+    EXPECT_EQ(report.value().warningLines(), expectedReport.value().warningLines());
+    ASSERT_TRUE(actual.me.has_value());
+    EXPECT_EQ(std::get<std::int64_t>(actual.me->biologicalSex), 3);
+  }
 }
 
 }  // namespace

@@ -1,13 +1,24 @@
-// Helpers for the export reader tests: a sink that keeps what it receives, and small exports
-// written record by record.
+// Helpers for the ingest tests: a sink that keeps what it receives, small exports and archives
+// written record by record, and an export read straight into memory, to compare an import
+// database's answers with.
 #pragma once
 
+#include <zip.h>
+
+#include <cstdio>
+#include <filesystem>
+#include <fstream>
 #include <map>
+#include <memory>
 #include <optional>
+#include <sstream>
 #include <string>
+#include <tuple>
 #include <vector>
 
+#include "support/TempDir.h"
 #include "velk/ingest/ExportReader.h"
+#include "velk/platform/InMemoryHealthDatabase.h"
 
 namespace velk::testing {
 
@@ -23,17 +34,34 @@ class CollectingSink final : public ingest::ExportSink {
     }
     return counts;
   }
+  std::vector<double> values() const {
+    std::vector<double> all;
+    for (const auto& one : records) {
+      all.push_back(one.value);
+    }
+    return all;
+  }
 
   std::optional<platform::Characteristics> me;
   std::vector<platform::SampleRecord> records;
 };
 
-/// The DTD-less start of an export up to and including <Me>, one element per line (line 4 is
-/// the first line after it).
+/// A real export beside the repository (see their README), e.g. "watch5-2020/export.xml".
+inline std::filesystem::path realExport(const std::string& name) {
+  return sourcePath("../shared/testdata/exports/" + name);
+}
+
+/// The DTD-less start of an export up to and including <ExportDate>, one element per line (line
+/// 4 is the first line after it).
 inline std::string exportHead() {
   return "<?xml version=\"1.0\" encoding=\"UTF-8\"?>\n"
          "<HealthData locale=\"en_US\">\n"
          " <ExportDate value=\"2024-03-20 10:00:00 +0100\"/>\n";
+}
+
+/// A whole export of `body` (record lines).
+inline std::string exportWith(const std::string& body) {
+  return exportHead() + body + "</HealthData>\n";
 }
 
 /// One step-count record line as Apple writes it.
@@ -42,6 +70,99 @@ inline std::string stepRecord(int steps, const std::string& start = "2024-03-10 
          "sourceVersion=\"17.3\" unit=\"count\" creationDate=\"" +
          start + "\" startDate=\"" + start + "\" endDate=\"" + start + "\" value=\"" +
          std::to_string(steps) + "\"/>\n";
+}
+
+/// A step-count record line from `source` whose value is written as given.
+inline std::string namedRecord(const std::string& source, const std::string& value = "5",
+                               const std::string& start = "2024-03-10 08:30:00 +0100",
+                               const std::string& end = "2024-03-10 08:31:00 +0100") {
+  return " <Record type=\"HKQuantityTypeIdentifierStepCount\" sourceName=\"" + source +
+         "\" unit=\"count\" startDate=\"" + start + "\" endDate=\"" + end + "\" value=\"" + value +
+         "\"/>\n";
+}
+
+/// A sleep record line of stage `stage` (HKCategoryValueSleepAnalysis<stage>); `children`, when
+/// given, are written inside it.
+inline std::string sleepRecord(const std::string& stage, const std::string& source = "S",
+                               const std::string& start = "2024-03-10 00:30:00 +0100",
+                               const std::string& end = "2024-03-10 06:30:00 +0100",
+                               const std::string& children = "") {
+  return " <Record type=\"HKCategoryTypeIdentifierSleepAnalysis\" sourceName=\"" + source +
+         "\" startDate=\"" + start + "\" endDate=\"" + end +
+         "\" value=\"HKCategoryValueSleepAnalysis" + stage + "\"" +
+         (children.empty() ? "/>\n" : ">\n" + children + " </Record>\n");
+}
+
+/// An export of `count` (at most 181,440) step records of the values first, first + 1, ..., one
+/// every ten seconds from 2024-03-10 00:00 UTC.
+inline std::string exportOf(int count, int first = 0) {
+  std::string body;
+  for (int i = 0; i < count; ++i) {
+    char start[40];
+    std::snprintf(start, sizeof start, "2024-03-%02d %02d:%02d:%02d +0000", 10 + i / 8640,
+                  (i / 360) % 24, (i / 6) % 60, (i % 6) * 10);
+    body += stepRecord(first + i, start);
+  }
+  return exportWith(body);
+}
+
+/// The whole of a file (through rdbuf, which the optimised sanitizer builds accept).
+inline std::string readFile(const std::filesystem::path& path) {
+  std::ifstream in(path, std::ios::binary);
+  std::ostringstream bytes;
+  bytes << in.rdbuf();
+  return bytes.str();
+}
+
+/// Writes an archive of (name, contents) entries, deflated; true when it was written.
+inline bool writeZip(const std::filesystem::path& path,
+                     const std::vector<std::pair<std::string, std::string>>& entries) {
+  int error = 0;
+  zip_t* archive = zip_open(path.c_str(), ZIP_CREATE | ZIP_TRUNCATE, &error);
+  if (archive == nullptr) {
+    return false;
+  }
+  for (const auto& [name, contents] : entries) {
+    zip_source_t* source = zip_source_buffer(archive, contents.data(), contents.size(), 0);
+    if (source == nullptr || zip_file_add(archive, name.c_str(), source, ZIP_FL_ENC_UTF_8) < 0) {
+      zip_discard(archive);
+      return false;
+    }
+  }
+  return zip_close(archive) == 0;
+}
+
+/// The in-memory store of the export at `path`, as a store file of the same records would be.
+/// Records whose unit names no unit are left out, as the import leaves them out.
+inline std::shared_ptr<platform::InMemoryHealthDatabase> readIntoMemory(
+    const std::filesystem::path& path) {
+  CollectingSink sink;
+  if (ingest::ExportReader().read(path, sink).isFailure()) {
+    return nullptr;
+  }
+  std::erase_if(sink.records, [](const platform::SampleRecord& record) {
+    return !platform::StoredSample::from(record);
+  });
+  return std::make_shared<platform::InMemoryHealthDatabase>(
+      platform::HealthDatabaseSettings{}, sink.me.value_or(platform::Characteristics{}),
+      sink.records);
+}
+
+using SampleValues = std::tuple<std::string, std::string, std::string, int, double, std::string,
+                                double, double, int>;
+
+/// Everything a sample says, in a form that compares and prints.
+inline std::vector<SampleValues> valuesOf(const std::vector<platform::StoredSample>& samples) {
+  std::vector<SampleValues> values;
+  for (const platform::StoredSample& sample : samples) {
+    const platform::SampleRecord record = sample.record();
+    values.emplace_back(record.type, record.sourceBundleIdentifier, record.sourceName,
+                        static_cast<int>(record.kind), record.value, record.unit,
+                        record.start.timeIntervalSinceReferenceDate(),
+                        record.end.timeIntervalSinceReferenceDate(),
+                        record.wasUserEntered ? (*record.wasUserEntered ? 2 : 1) : 0);
+  }
+  return values;
 }
 
 }  // namespace velk::testing

@@ -1,10 +1,7 @@
 // Export archives written to hurt the reader: cut short, unpacking to far more than they hold,
 // lying about their sizes, or hiding the export behind many large entries.
 #include <gtest/gtest.h>
-#include <zip.h>
 
-#include <fstream>
-#include <sstream>
 #include <string>
 #include <vector>
 
@@ -18,31 +15,12 @@ namespace {
 
 using testing::CollectingSink;
 using testing::exportHead;
+using testing::readFile;
 using testing::stepRecord;
+using testing::writeZip;
 
 std::int64_t code(ExportErrorCode value) {
   return static_cast<std::int64_t>(value);
-}
-
-// Writes an archive of (name, contents) entries, deflated.
-void writeZip(const std::filesystem::path& path,
-              const std::vector<std::pair<std::string, std::string>>& entries) {
-  int error = 0;
-  zip_t* archive = zip_open(path.c_str(), ZIP_CREATE | ZIP_TRUNCATE, &error);
-  ASSERT_NE(archive, nullptr);
-  for (const auto& [name, contents] : entries) {
-    zip_source_t* source = zip_source_buffer(archive, contents.data(), contents.size(), 0);
-    ASSERT_GE(zip_file_add(archive, name.c_str(), source, ZIP_FL_ENC_UTF_8), 0);
-  }
-  ASSERT_EQ(zip_close(archive), 0);
-}
-
-// The whole of a file (through rdbuf, which the optimised sanitizer builds accept).
-std::string readFile(const std::filesystem::path& path) {
-  std::ifstream in(path, std::ios::binary);
-  std::ostringstream bytes;
-  bytes << in.rdbuf();
-  return bytes.str();
 }
 
 std::string exportWithBlanks(std::size_t blanks) {
@@ -52,13 +30,8 @@ std::string exportWithBlanks(std::size_t blanks) {
 
 TEST(HostileArchiveTest, AnArchiveCutAnywhereFailsWithAnErrorOrReadsWithAWarning) {
   testing::TempDir dir;
-  std::string xml = exportHead();
-  for (int i = 0; i < 2000; ++i) {
-    xml += stepRecord(i);
-  }
-  xml += "</HealthData>\n";
   const auto whole = dir.file("whole.zip");
-  writeZip(whole, {{"apple_health_export/export.xml", xml}});
+  ASSERT_TRUE(writeZip(whole, {{"apple_health_export/export.xml", testing::exportOf(2000)}}));
   const auto bytes = readFile(whole);
   int refused = 0;
   for (std::size_t cut = 4; cut < bytes.size(); cut += bytes.size() / 61 + 1) {
@@ -82,7 +55,7 @@ TEST(HostileArchiveTest, AZipBombIsRefusedBeforeItUnpacks) {
   testing::TempDir dir;
   // 64 MiB of blanks pack into about 64 KiB: a ratio of about 1000 to 1.
   const auto bomb = dir.file("bomb.zip");
-  writeZip(bomb, {{"apple_health_export/export.xml", exportWithBlanks(64u << 20)}});
+  ASSERT_TRUE(writeZip(bomb, {{"apple_health_export/export.xml", exportWithBlanks(64u << 20)}}));
   ArchiveLimits limits;
   limits.alwaysAllowed = 1u << 20;
   const auto refused = ExportSource::open(bomb, limits);
@@ -121,7 +94,7 @@ void lieAboutSize(std::string& bytes, std::uint32_t declared) {
 TEST(HostileArchiveTest, AnArchiveThatUnderstatesItsSizeStopsAtTheLimit) {
   testing::TempDir dir;
   const auto path = dir.file("liar.zip");
-  writeZip(path, {{"export.xml", exportWithBlanks(8u << 20)}});
+  ASSERT_TRUE(writeZip(path, {{"export.xml", exportWithBlanks(8u << 20)}}));
   auto bytes = readFile(path);
   lieAboutSize(bytes, 1000);
   dir.write("liar.zip", bytes);
@@ -153,7 +126,7 @@ TEST(HostileArchiveTest, LookingForTheExportUnpacksNoMoreThanItsBudget) {
   }
   entries.emplace_back("export.xml", exportWithBlanks(0));
   const auto path = dir.file("decoys.zip");
-  writeZip(path, entries);
+  ASSERT_TRUE(writeZip(path, entries));
 
   ArchiveLimits limits;
   limits.probeBudget = 8u << 20;

@@ -11,7 +11,6 @@
 #include <chrono>
 #include <fstream>
 #include <random>
-#include <sstream>
 #include <string>
 #include <thread>
 
@@ -24,27 +23,8 @@
 namespace velk::ingest {
 namespace {
 
-using testing::exportHead;
-
-// An export of `count` step records, one a minute from 2024-03-10 00:00 UTC.
-std::string exportOf(int count) {
-  std::string text = exportHead();
-  for (int i = 0; i < count; ++i) {
-    char start[40];
-    std::snprintf(start, sizeof start, "2024-03-%02d %02d:%02d:00 +0000", 10 + i / 1440,
-                  (i / 60) % 24, i % 60);
-    text += testing::stepRecord(i, start);
-  }
-  return text + "</HealthData>\n";
-}
-
-// The whole of a file (through rdbuf, which the optimised sanitizer builds accept).
-std::string readFile(const std::filesystem::path& path) {
-  std::ifstream in(path, std::ios::binary);
-  std::ostringstream bytes;
-  bytes << in.rdbuf();
-  return bytes.str();
-}
+using testing::exportOf;
+using testing::readFile;
 
 std::uint64_t samplesIn(const std::filesystem::path& database) {
   const auto opened = ImportedHealthDatabase::open(database);
@@ -89,9 +69,11 @@ TEST(ImportFaultTest, ACorruptDatabaseIsRefusedAndAnImportReplacesIt) {
   const auto database = dir.file("health.db");
   ASSERT_TRUE(importExport(dir.write("a.xml", exportOf(100)), database).isSuccess());
   const std::string bytes = readFile(database);
+  const auto third = bytes.size() / 3;
   for (const auto& damaged :
        {std::string("not a database at all"), bytes.substr(0, bytes.size() / 2),
-        bytes.substr(0, 100) + std::string(bytes.size() - 100, '\x5a')}) {
+        bytes.substr(0, 100) + std::string(bytes.size() - 100, '\x5a'),
+        bytes.substr(0, third) + std::string(third, '\x5a') + bytes.substr(2 * third)}) {
     dir.write("health.db", damaged);
     const auto opened = ImportedHealthDatabase::open(database);
     if (opened.isSuccess()) {
@@ -123,14 +105,8 @@ TEST(ImportFaultTest, ADatabaseLockedByAnotherConnectionStaysWholeForIt) {
   // The import writes a file of its own and puts it in place: the lock does not stop it.
   ASSERT_TRUE(importExport(dir.write("b.xml", exportOf(40)), database).isSuccess());
   EXPECT_EQ(samplesIn(database), 40u);
-  // The holder still reads the database it locked.
-  sqlite3_stmt* statement = nullptr;
-  ASSERT_EQ(
-      sqlite3_prepare_v2(holder, "SELECT count(*) FROM sqlite_master", -1, &statement, nullptr),
-      SQLITE_OK);
-  EXPECT_EQ(sqlite3_step(statement), SQLITE_ROW);
-  EXPECT_GT(sqlite3_column_int(statement, 0), 0);
-  sqlite3_finalize(statement);
+  // The holder still reads the database it locked (its tables are there).
+  EXPECT_EQ(sqlite3_exec(holder, "SELECT * FROM meta", nullptr, nullptr, nullptr), SQLITE_OK);
   sqlite3_exec(holder, "COMMIT", nullptr, nullptr, nullptr);
   sqlite3_close(holder);
 }
@@ -196,6 +172,9 @@ TEST(ImportFaultTest, TwoProcessesWritingOneUserDefaultsStoreLoseNoWrite) {
   const auto path = dir.file("state.sqlite");
   ASSERT_TRUE(platform::UserDefaults::open(path).isSuccess());
   constexpr int kWrites = 200;
+  const auto key = [](int writer, int i) {
+    return "writer" + std::to_string(writer) + "-" + std::to_string(i);
+  };
   pid_t children[2];
   for (int writer = 0; writer < 2; ++writer) {
     children[writer] = ::fork();
@@ -206,8 +185,7 @@ TEST(ImportFaultTest, TwoProcessesWritingOneUserDefaultsStoreLoseNoWrite) {
         ::_exit(2);
       }
       for (int i = 0; i < kWrites; ++i) {
-        store.value()->setDate("writer" + std::to_string(writer) + "-" + std::to_string(i),
-                               Date::fromReferenceSeconds(i));
+        store.value()->setDate(key(writer, i), Date::fromReferenceSeconds(i));
       }
       ::_exit(0);
     }
@@ -222,9 +200,7 @@ TEST(ImportFaultTest, TwoProcessesWritingOneUserDefaultsStoreLoseNoWrite) {
   int found = 0;
   for (int writer = 0; writer < 2; ++writer) {
     for (int i = 0; i < kWrites; ++i) {
-      const auto value =
-          store.value()->date("writer" + std::to_string(writer) + "-" + std::to_string(i));
-      found += value && *value == Date::fromReferenceSeconds(i) ? 1 : 0;
+      found += store.value()->date(key(writer, i)) == Date::fromReferenceSeconds(i) ? 1 : 0;
     }
   }
   EXPECT_EQ(found, 2 * kWrites);

@@ -1,7 +1,14 @@
+// The import database: made from an export, replaced by the next import, kept by a failed one,
+// answering as the in-memory store of the same export, and refusing files that are not one.
 #include <gtest/gtest.h>
+#include <sqlite3.h>
 
-#include "ingest/ImportTestSupport.h"
+#include <set>
+#include <thread>
+
+#include "ingest/ExportTestSupport.h"
 #include "support/TempDir.h"
+#include "support/TestDevice.h"
 #include "velk/ingest/ExportErrors.h"
 #include "velk/ingest/ExportImport.h"
 #include "velk/ingest/ImportedHealthDatabase.h"
@@ -9,14 +16,17 @@
 namespace velk::ingest {
 namespace {
 
-constexpr const char* kSteps = "HKQuantityTypeIdentifierStepCount";
+using testing::exportOf;
+using testing::realExport;
+using testing::valuesOf;
 
-std::string exportOf(const std::vector<int>& steps) {
-  std::string text = testing::exportHead();
-  for (const int count : steps) {
-    text += testing::stepRecord(count);
-  }
-  return text + "</HealthData>\n";
+std::shared_ptr<ImportedHealthDatabase> importAndOpen(const std::filesystem::path& exportPath,
+                                                      const std::filesystem::path& database) {
+  const auto imported = importExport(exportPath, database);
+  EXPECT_TRUE(imported.isSuccess()) << (imported.isFailure() ? imported.error().message() : "");
+  auto opened = ImportedHealthDatabase::open(database);
+  EXPECT_TRUE(opened.isSuccess()) << (opened.isFailure() ? opened.error().message() : "");
+  return opened.isSuccess() ? opened.value() : nullptr;
 }
 
 std::vector<double> storedSteps(const std::filesystem::path& database) {
@@ -24,7 +34,8 @@ std::vector<double> storedSteps(const std::filesystem::path& database) {
   EXPECT_TRUE(opened.isSuccess());
   std::vector<double> values;
   if (opened.isSuccess()) {
-    for (const auto& sample : opened.value()->samples(kSteps, std::nullopt, std::nullopt)) {
+    for (const auto& sample :
+         opened.value()->samples("HKQuantityTypeIdentifierStepCount", std::nullopt, std::nullopt)) {
       values.push_back(sample.value);
     }
   }
@@ -35,10 +46,10 @@ std::vector<double> storedSteps(const std::filesystem::path& database) {
 TEST(ImportTest, ImportingAgainReplacesTheContentAndAFailedImportKeepsTheOldOne) {
   const testing::TempDir dir;
   const auto database = dir.file("health.db");
-  ASSERT_TRUE(importExport(dir.write("a.xml", exportOf({11, 12, 13})), database).isSuccess());
+  ASSERT_TRUE(importExport(dir.write("a.xml", exportOf(3, 11)), database).isSuccess());
   EXPECT_EQ(storedSteps(database), (std::vector<double>{11, 12, 13}));
 
-  const auto second = importExport(dir.write("b.xml", exportOf({21})), database);
+  const auto second = importExport(dir.write("b.xml", exportOf(1, 21)), database);
   ASSERT_TRUE(second.isSuccess());
   EXPECT_EQ(second.value().samplesStored, 1u);
   EXPECT_EQ(storedSteps(database), (std::vector<double>{21}));
@@ -49,8 +60,7 @@ TEST(ImportTest, ImportingAgainReplacesTheContentAndAFailedImportKeepsTheOldOne)
   ASSERT_TRUE(notAnExport.isFailure());
   EXPECT_EQ(notAnExport.error().domain(), kExportErrorDomain);
   EXPECT_EQ(notAnExport.error().code(), static_cast<std::int64_t>(ExportErrorCode::notAnExport));
-  const auto missing = importExport(dir.file("nowhere.zip"), database);
-  ASSERT_TRUE(missing.isFailure());
+  ASSERT_TRUE(importExport(dir.file("nowhere.zip"), database).isFailure());
   EXPECT_EQ(storedSteps(database), (std::vector<double>{21}));
   EXPECT_FALSE(std::filesystem::exists(dir.file("health.db.importing")));
 
@@ -61,8 +71,7 @@ TEST(ImportTest, ImportingAgainReplacesTheContentAndAFailedImportKeepsTheOldOne)
   EXPECT_FALSE(std::filesystem::exists(dir.file("health.db.importing")));
 
   // A target that cannot be replaced (a folder) fails without touching it.
-  std::filesystem::create_directory(dir.file("taken"));
-  std::filesystem::create_directory(dir.file("taken/inside"));
+  std::filesystem::create_directories(dir.file("taken/inside"));
   const auto blocked = importExport(dir.file("a.xml"), dir.file("taken"));
   ASSERT_TRUE(blocked.isFailure());
   EXPECT_EQ(blocked.error().code(), static_cast<std::int64_t>(DatabaseErrorCode::cannotReplace));
@@ -71,19 +80,15 @@ TEST(ImportTest, ImportingAgainReplacesTheContentAndAFailedImportKeepsTheOldOne)
 
 TEST(ImportTest, WarningsOfTheExportAndProgressReachTheCaller) {
   const testing::TempDir dir;
-  std::string text = testing::exportHead();
-  text += testing::stepRecord(5);
-  text += testing::stepRecord(6, "yesterday at noon");  // unreadable: reported, not stored
-  text +=
+  const auto text = testing::exportWith(
+      testing::stepRecord(5) +
+      testing::stepRecord(6, "yesterday at noon") +  // unreadable: reported, not stored
       " <Record type=\"HKQuantityTypeIdentifierBodyMass\" sourceName=\"Scale\" unit=\"furlong\" "
       "startDate=\"2024-03-10 08:30:00 +0100\" endDate=\"2024-03-10 08:30:00 +0100\" "
-      "value=\"70\"/>\n";
-  text += testing::stepRecord(7);
-  text += "</HealthData>\n";
-  const auto exportPath = dir.write("export.xml", text);
-
+      "value=\"70\"/>\n" +
+      testing::stepRecord(7));
   std::vector<ImportProgress> reports;
-  const auto summary = importExport(exportPath, dir.file("h.db"), {},
+  const auto summary = importExport(dir.write("export.xml", text), dir.file("h.db"), {},
                                     [&reports](const ImportProgress& p) { reports.push_back(p); });
   ASSERT_TRUE(summary.isSuccess());
   EXPECT_EQ(summary.value().report.count(ExportIssue::unreadableDate), 1u);
@@ -106,6 +111,130 @@ TEST(ImportTest, WarningsOfTheExportAndProgressReachTheCaller) {
   ASSERT_TRUE(opened.isSuccess());
   EXPECT_NE(opened.value()->importInfo().at("warnings").find("date"), std::string::npos);
   EXPECT_NE(opened.value()->importInfo().at("export").find("export.xml"), std::string::npos);
+}
+
+// Every type of every real export, over open and closed windows of many sizes and places:
+// the database answers exactly as the in-memory store of the same export, in the same order.
+TEST(ImportedDatabaseTest, AnswersEveryWindowAsTheInMemoryStoreOfTheSameExport) {
+  const testing::TempDir dir;
+  for (const char* name : {"watch5-2020/export.xml", "curated-2021/sampleexport.xml",
+                           "curated-2021/sampleexport-2.xml"}) {
+    SCOPED_TRACE(name);
+    const auto memory = testing::readIntoMemory(realExport(name));
+    const auto database = importAndOpen(realExport(name), dir.file("health.db"));
+    ASSERT_TRUE(memory && database);
+    EXPECT_EQ(database->sampleCount(), memory->sampleCount());
+
+    testing::CollectingSink sink;
+    ASSERT_TRUE(ExportReader().read(realExport(name), sink).isSuccess());
+    std::set<std::string> types;
+    double earliest = 1e18;
+    double latest = -1e18;
+    for (const auto& record : sink.records) {
+      types.insert(record.type);
+      earliest = std::min(earliest, record.start.timeIntervalSinceReferenceDate());
+      latest = std::max(latest, record.end.timeIntervalSinceReferenceDate());
+    }
+    types.insert("HKQuantityTypeIdentifierBodyMass");  // perhaps absent: both answer nothing
+    for (const std::string& type : types) {
+      SCOPED_TRACE(type);
+      EXPECT_EQ(valuesOf(database->samples(type, std::nullopt, std::nullopt)),
+                valuesOf(memory->samples(type, std::nullopt, std::nullopt)));
+      for (double from = earliest - 3600; from < latest; from += (latest - earliest) / 23) {
+        const Date start = Date::fromReferenceSeconds(from);
+        for (const double length : {0.0, 3600.0, 86400.0, 86400.0 * 9}) {
+          const Date end = start.addingTimeInterval(length);
+          ASSERT_EQ(valuesOf(database->samples(type, start, end)),
+                    valuesOf(memory->samples(type, start, end)));
+        }
+        ASSERT_EQ(valuesOf(database->samples(type, std::nullopt, start)),
+                  valuesOf(memory->samples(type, std::nullopt, start)));
+        ASSERT_EQ(valuesOf(database->samples(type, start, std::nullopt)),
+                  valuesOf(memory->samples(type, start, std::nullopt)));
+      }
+    }
+    EXPECT_EQ(database->characteristics().dateOfBirth, memory->characteristics().dateOfBirth);
+    EXPECT_EQ(database->characteristics().biologicalSex, memory->characteristics().biologicalSex);
+  }
+}
+
+// A sample that lasts weeks (a wrong clock, a long sleep record) is found from any day inside
+// it, and does not hide the short samples around it.
+TEST(ImportedDatabaseTest, FindsSamplesLongerThanADayFromAnyDayInside) {
+  const testing::TempDir dir;
+  const auto exportPath =
+      dir.write("export.xml",
+                testing::exportWith(
+                    testing::sleepRecord("InBed", "Clock", "2024-03-01 22:00:00 +0000",
+                                         "2024-03-20 07:00:00 +0000") +
+                    testing::sleepRecord("AsleepCore", "Anna's iPhone", "2024-03-10 23:00:00 +0000",
+                                         "2024-03-11 06:00:00 +0000")));
+  const auto database = importAndOpen(exportPath, dir.file("health.db"));
+  ASSERT_TRUE(database);
+  const auto memory = testing::readIntoMemory(exportPath);
+  for (int day = 0; day < 25; ++day) {
+    const Date noon = testing::utcDate(2024, 2, 28, 12).addingTimeInterval(day * 86400.0);
+    const auto answer = database->samples("HKCategoryTypeIdentifierSleepAnalysis",
+                                          noon.addingTimeInterval(-86400), noon);
+    EXPECT_EQ(valuesOf(answer), valuesOf(memory->samples("HKCategoryTypeIdentifierSleepAnalysis",
+                                                         noon.addingTimeInterval(-86400), noon)));
+    EXPECT_EQ(answer.size(), day >= 3 && day <= 21 ? (day == 12 ? 2u : 1u) : 0u) << day;
+  }
+}
+
+TEST(ImportedDatabaseTest, RefusesFilesThatAreNoImportDatabaseWithAClearError) {
+  const testing::TempDir dir;
+  const auto expectRefused = [](const std::filesystem::path& path, DatabaseErrorCode code,
+                                const std::string& says) {
+    const auto opened = ImportedHealthDatabase::open(path);
+    ASSERT_TRUE(opened.isFailure()) << path;
+    EXPECT_EQ(opened.error().domain(), kImportDatabaseErrorDomain);
+    EXPECT_EQ(opened.error().code(), static_cast<std::int64_t>(code));
+    EXPECT_NE(opened.error().message().find(path.string()), std::string::npos);
+    EXPECT_NE(opened.error().message().find(says), std::string::npos) << opened.error().message();
+  };
+  expectRefused(dir.file("missing.db"), DatabaseErrorCode::cannotOpen, "no such");
+  expectRefused(dir.write("text.db", std::string(5000, 'x')), DatabaseErrorCode::notADatabase,
+                "not an SQLite database");
+  expectRefused(realExport("watch5-2020/export.xml"), DatabaseErrorCode::notADatabase,
+                "not a health database");
+
+  // SQLite, but someone else's; then ours, but from a later format.
+  const auto edit = [](const std::filesystem::path& path, const char* sql) {
+    sqlite3* connection = nullptr;
+    sqlite3_open(path.c_str(), &connection);
+    sqlite3_exec(connection, sql, nullptr, nullptr, nullptr);
+    sqlite3_close(connection);
+  };
+  edit(dir.file("other.db"),
+       "CREATE TABLE meta(key, value); INSERT INTO meta VALUES('format','x');");
+  expectRefused(dir.file("other.db"), DatabaseErrorCode::notADatabase, "not a health database");
+  const auto ours = dir.file("ours.db");
+  ASSERT_TRUE(importExport(realExport("watch5-2020/export.xml"), ours).isSuccess());
+  edit(ours, "UPDATE meta SET value = '99' WHERE key = 'version';");
+  expectRefused(ours, DatabaseErrorCode::wrongVersion, "import the export again");
+}
+
+TEST(ImportedDatabaseConcurrencyTest, ManyThreadsQueryOneDatabaseAndAgree) {
+  const testing::TempDir dir;
+  const auto database = importAndOpen(realExport("watch5-2020/export.xml"), dir.file("h.db"));
+  ASSERT_TRUE(database);
+  const std::string type = "HKQuantityTypeIdentifierActiveEnergyBurned";
+  const auto expected = valuesOf(database->samples(type, std::nullopt, std::nullopt));
+  ASSERT_FALSE(expected.empty());
+  std::atomic<int> agreed{0};
+  std::vector<std::thread> threads;
+  for (int t = 0; t < 4; ++t) {
+    threads.emplace_back([&] {
+      for (int i = 0; i < 10; ++i) {
+        agreed += valuesOf(database->samples(type, std::nullopt, std::nullopt)) == expected;
+      }
+    });
+  }
+  for (auto& thread : threads) {
+    thread.join();
+  }
+  EXPECT_EQ(agreed.load(), 40);
 }
 
 }  // namespace
