@@ -7,7 +7,9 @@
 namespace velk::cli {
 namespace {
 
-TEST(ProgressBarTest, ShowsBarBytesRecordsRateAndTimeLeft) {
+// The bar shows bytes, records, rate and time left (no bar and no estimate for an archive entry of
+// unknown size); it draws only on a terminal and at most ten times a second.
+TEST(ProgressBarTest, RendersProgressAndDrawsOnATerminalAtMostTenTimesASecond) {
   ingest::ImportProgress progress{145'000'000, 580'000'000, 1'234'567, false};
   EXPECT_EQ(ProgressBar::render(progress, 2.0),
             "[######..................]  25%  145.0/580.0 MB  1.2M records  72.5 MB/s  ETA 0:06");
@@ -16,12 +18,9 @@ TEST(ProgressBarTest, ShowsBarBytesRecordsRateAndTimeLeft) {
   EXPECT_EQ(
       ProgressBar::render(progress, 65.0),
       "[########################] 100%  580.0/580.0 MB  1.2M records  8.9 MB/s  done in 1:05");
-  // An archive entry of unknown size: no bar and no estimate.
   EXPECT_EQ(ProgressBar::render({2'500'000, 0, 4'200, false}, 0.5),
             "2.5 MB  4200 records  5.0 MB/s");
-}
 
-TEST(ProgressBarTest, DrawsOnlyOnATerminalAndAtMostTenTimesASecond) {
   auto now = std::chrono::steady_clock::time_point{};
   const auto clock = [&now] { return now; };
   std::ostringstream silent;

@@ -6,6 +6,7 @@
 #include <algorithm>
 #include <sstream>
 #include <string>
+#include <tuple>
 #include <vector>
 
 #include "cli/Tool.h"
@@ -16,6 +17,7 @@ namespace velk::cli {
 namespace {
 
 using nlohmann::json;
+using ::testing::AllOf;
 using ::testing::HasSubstr;
 
 struct ToolRun {
@@ -96,36 +98,24 @@ TEST_F(ToolTest, SleepNightKeepsTheHealthAppsSourcesAndCountsOverlapsTwice) {
   ASSERT_EQ(dates.lines.size(), 1u);
   EXPECT_EQ(dates.lines[0]["velk_last_sleep_date_extraction"], "2024-03-10T08:30:00.000+01:00");
   EXPECT_EQ(dates.lines[0]["velk_last_physical_date_extraction"], nullptr);
-}
 
-TEST_F(ToolTest, OlderSystemsDoNotUnderstandSleepStages) {
-  const json store = {
+  // Older systems do not understand sleep stages: only the plain "asleep" value counts there.
+  const json stages = {
       {"samples",
        {sample(kSleep, "2024-03-10T01:00:00+01:00", "2024-03-10T02:00:00+01:00", 3),
         sample(kSleep, "2024-03-10T02:00:00+01:00", "2024-03-10T02:30:00+01:00", 1)}}};
-  const ToolRun modern = velk({"summary", "sleep", "--date", "2024-03-10"}, store);
+  const ToolRun modern = velk({"summary", "sleep", "--date", "2024-03-10"}, stages);
   const ToolRun legacy =
-      velk({"--os-version", "15.7", "summary", "sleep", "--date", "2024-03-10"}, store);
+      velk({"--os-version", "15.7", "summary", "sleep", "--date", "2024-03-10"}, stages);
   ASSERT_EQ(modern.status, 0);
   ASSERT_EQ(legacy.status, 0);
   EXPECT_EQ(sleepOf(modern.lines[0])["sleep_duration_seconds"], 5400);
   EXPECT_EQ(sleepOf(legacy.lines[0])["sleep_duration_seconds"], 1800);
 }
 
-TEST_F(ToolTest, AStoreErrorIsPrintedAsAnErrorResultAndLeavesTheDateAlone) {
-  ASSERT_EQ(velk({"summary", "sleep", "--date", "2024-03-01"}).status, 0);
-  const json failing = {
-      {"query_errors", {{kSleep, {{"code", 5}, {"message", "Authorization not determined"}}}}}};
-  const ToolRun run = velk({"summary", "sleep", "--date", "2024-03-10"}, failing);
-  EXPECT_EQ(run.status, 3);
-  ASSERT_EQ(run.lines.size(), 1u);
-  EXPECT_EQ(run.lines[0], json::parse(R"({"error": {"domain": "com.apple.healthkit", "code": 5,
-                                          "message": "Authorization not determined"}})"));
-  EXPECT_EQ(velk({"last-date"}).lines[0]["velk_last_sleep_date_extraction"],
-            "2024-03-01T00:00:00.000+01:00");
-}
-
-TEST_F(ToolTest, AnEmptyNightIsANightOfNothingAtTheDevicesNow) {
+// An empty night is a night of nothing at the device's now; a store error is printed as an error
+// result with status 3 and leaves the stored date alone.
+TEST_F(ToolTest, AnEmptyNightAndAStoreError) {
   const ToolRun run =
       velk({"--now", "2024-03-10T09:15:00Z", "summary", "sleep", "--date", "2024-03-10"});
   ASSERT_EQ(run.status, 0);
@@ -134,31 +124,28 @@ TEST_F(ToolTest, AnEmptyNightIsANightOfNothingAtTheDevicesNow) {
   EXPECT_EQ(night["sleep_start_datetime"], now);
   EXPECT_EQ(night["sleep_end_datetime"], now);
   EXPECT_EQ(night["sleep_duration_seconds"], 0);
+
+  const json failing = {
+      {"query_errors", {{kSleep, {{"code", 5}, {"message", "Authorization not determined"}}}}}};
+  const ToolRun failed = velk({"summary", "sleep", "--date", "2024-03-11"}, failing);
+  EXPECT_EQ(failed.status, 3);
+  ASSERT_EQ(failed.lines.size(), 1u);
+  EXPECT_EQ(failed.lines[0], json::parse(R"({"error": {"domain": "com.apple.healthkit", "code": 5,
+                                             "message": "Authorization not determined"}})"));
+  EXPECT_EQ(velk({"last-date"}).lines[0]["velk_last_sleep_date_extraction"],
+            "2024-03-10T00:00:00.000+01:00");
 }
 
-TEST_F(ToolTest, PhysicalDaySumsLeaveOutHandEntriesAndTheFirstMinutes) {
-  const json store = {
-      {"samples",
-       {sample(kSteps, "2024-03-10T00:01:00+01:00", "2024-03-10T00:05:00+01:00", 500),
-        sample(kSteps, "2024-03-10T09:00:00+01:00", "2024-03-10T09:10:00+01:00", 1234.9),
-        sample(kSteps, "2024-03-10T10:00:00+01:00", "2024-03-10T10:10:00+01:00", 999,
-               {{"metadata", {{"HKWasUserEntered", true}}}}),
-        sample("HKQuantityTypeIdentifierBasalEnergyBurned", "2024-03-10T09:00:00+01:00",
-               "2024-03-10T10:00:00+01:00", 1650)}}};
-  const ToolRun run = velk({"summary", "physical", "--date", "2024-03-10T18:00"}, store);
-  ASSERT_EQ(run.status, 0) << run.err;
-  const json& day = run.lines[0]["summaries"]["daily_activity_related_data"];
-  EXPECT_EQ(day["distance_data"]["steps_per_day_number"], 1234);
-  // No active energy at all: the calorie result fails as a whole, both keys stay null, and the
-  // failed read is reported on stderr.
-  EXPECT_EQ(day["calories_data"]["calories_basal_metabolic_rate_kilocalories"], nullptr);
-  EXPECT_EQ(day["calories_data"]["calories_net_active_kilocalories"], nullptr);
-  EXPECT_THAT(run.err, HasSubstr("The value of the sum queantity is nil"));
-  EXPECT_FALSE(day.contains("non_structured_data"));
-}
-
-TEST_F(ToolTest, BodyTakesTheNewestWeightInKilogramsAndTheAgeAtTheMoment) {
-  json samples = json::array();
+// The physical day leaves out hand entries and the first minutes; the body takes the newest weight
+// in kilograms and the age at the moment asked for; "all" over a range prints the three, one per
+// line, for every day, each asked at noon local time.
+TEST_F(ToolTest, PhysicalBodyAndAllFromStoreFiles) {
+  json samples = {sample(kSteps, "2024-03-07T00:01:00+01:00", "2024-03-07T00:05:00+01:00", 500),
+                  sample(kSteps, "2024-03-07T09:00:00+01:00", "2024-03-07T09:10:00+01:00", 1234.9),
+                  sample(kSteps, "2024-03-07T10:00:00+01:00", "2024-03-07T10:10:00+01:00", 999,
+                         {{"metadata", {{"HKWasUserEntered", true}}}}),
+                  sample("HKQuantityTypeIdentifierBasalEnergyBurned", "2024-03-07T09:00:00+01:00",
+                         "2024-03-07T10:00:00+01:00", 1650)};
   for (int day = 1; day <= 12; ++day) {
     const std::string date = "2024-03-" + std::string(day < 10 ? "0" : "") + std::to_string(day);
     samples.push_back(sample("HKQuantityTypeIdentifierBodyMass", date + "T07:00:00+01:00",
@@ -166,27 +153,35 @@ TEST_F(ToolTest, BodyTakesTheNewestWeightInKilogramsAndTheAgeAtTheMoment) {
   }
   const json store = {{"date_of_birth", "1990-03-08"}, {"biological_sex", 2}, {"samples", samples}};
   const ToolRun run =
-      velk({"--now", "2024-03-07T12:00", "summary", "body", "--date", "2024-03-07T12:00"}, store);
+      velk({"--now", "2024-03-07T12:00", "summary", "all", "--date", "2024-03-07T12:00"}, store);
   ASSERT_EQ(run.status, 0) << run.err;
-  const json& body = run.lines[0]["summaries"]["body_data"];
+  ASSERT_EQ(run.lines.size(), 3u);
+  const json& day = run.lines[1]["summaries"]["daily_activity_related_data"];
+  EXPECT_EQ(day["distance_data"]["steps_per_day_number"], 1234);
+  // No active energy at all: the calorie result fails as a whole, both keys stay null, and the
+  // failed read is reported on stderr.
+  EXPECT_EQ(day["calories_data"]["calories_basal_metabolic_rate_kilocalories"], nullptr);
+  EXPECT_EQ(day["calories_data"]["calories_net_active_kilocalories"], nullptr);
+  EXPECT_THAT(run.err, HasSubstr("The value of the sum queantity is nil"));
+  EXPECT_FALSE(day.contains("non_structured_data"));
+
+  const json& body = run.lines[2]["summaries"]["body_data"];
   EXPECT_EQ(body["body"]["weight_kg_number"], 71);  // 157 lb = 71.2 kg, the 7th's weigh-in
   const json& person = body["metadata"]["user_demographics"][0];
   EXPECT_EQ(person["gender"], "male");
   EXPECT_EQ(person["date_of_birth"], "1990-03-08");
   EXPECT_EQ(person["age"], 33);  // the birthday is tomorrow
-}
 
-TEST_F(ToolTest, AllPrintsSleepPhysicalBodyOnePerLineForEveryDayOfARange) {
-  const ToolRun run = velk({"summary", "all", "--from", "2024-03-30", "--to", "2024-04-01"});
-  ASSERT_EQ(run.status, 0) << run.err;
-  ASSERT_EQ(run.lines.size(), 9u);
+  const ToolRun range = velk({"summary", "all", "--from", "2024-03-30", "--to", "2024-04-01"});
+  ASSERT_EQ(range.status, 0) << range.err;
+  ASSERT_EQ(range.lines.size(), 9u);
   const std::vector<std::string> kinds = {"sleep_health", "physical_health", "body_health"};
-  for (std::size_t i = 0; i < run.lines.size(); ++i) {
-    EXPECT_EQ(run.lines[i]["data_structure"], kinds[i % 3]);
+  for (std::size_t i = 0; i < range.lines.size(); ++i) {
+    EXPECT_EQ(range.lines[i]["data_structure"], kinds[i % 3]);
   }
-  // Each day is asked at noon local time, also after the clocks went forward on the 31st.
+  // Also after the clocks went forward on the 31st.
   const double noonOfTheFirst = 733658400;  // 2024-04-01T10:00:00Z
-  EXPECT_EQ(run.lines[7]["summaries"]["daily_activity_related_data"]["metadata"]["datetime"],
+  EXPECT_EQ(range.lines[7]["summaries"]["daily_activity_related_data"]["metadata"]["datetime"],
             noonOfTheFirst);
 }
 
@@ -231,20 +226,16 @@ TEST_F(ToolTest, AnImportedExportAnswersAsTheExportItselfAndSurvivesAFailedImpor
   EXPECT_EQ(failed.status, 2);
   EXPECT_THAT(failed.err, HasSubstr("notes.txt"));
   EXPECT_EQ(from({"--db", database}).lines, fromExport.lines);
-}
 
-TEST_F(ToolTest, ExportRecordsInUnitsTheirTypeCannotHaveAreLeftOutWithAWarning) {
-  const std::string exportXml = R"(<?xml version="1.0" encoding="UTF-8"?>
-<HealthData locale="en_US">
- <Record type="HKQuantityTypeIdentifierStepCount" sourceName="iPhone" unit="count" value="100"
-  startDate="2024-03-10 09:00:00 +0100" endDate="2024-03-10 09:10:00 +0100"/>
- <Record type="HKQuantityTypeIdentifierStepCount" sourceName="iPhone" unit="kg" value="70"
-  startDate="2024-03-10 10:00:00 +0100" endDate="2024-03-10 10:10:00 +0100"/>
- <Record type="HKQuantityTypeIdentifierStepCount" sourceName="iPhone" unit="bananas" value="7"
-  startDate="2024-03-10 11:00:00 +0100" endDate="2024-03-10 11:10:00 +0100"/>
-</HealthData>
-)";
-  const std::string path = folder_.write("export.xml", exportXml).string();
+  // Records in units their type cannot have are left out with a warning, read or imported.
+  std::string xml = R"(<?xml version="1.0" encoding="UTF-8"?><HealthData locale="en_US">)";
+  for (const auto& [unit, value, hour] :
+       {std::tuple{"count", "100", "09"}, {"kg", "70", "10"}, {"bananas", "7", "11"}}) {
+    xml += std::string(R"(<Record type="HKQuantityTypeIdentifierStepCount" sourceName="iPhone" )") +
+           "unit=\"" + unit + "\" value=\"" + value + "\" startDate=\"2024-03-10 " + hour +
+           ":00:00 +0100\" endDate=\"2024-03-10 " + hour + ":10:00 +0100\"/>";
+  }
+  const std::string path = folder_.write("export.xml", xml + "</HealthData>").string();
   const ToolRun run =
       velk({"--export", path, "summary", "physical", "--date", "2024-03-10T12:00"}, nullptr);
   ASSERT_EQ(run.status, 0) << run.err;
@@ -253,31 +244,28 @@ TEST_F(ToolTest, ExportRecordsInUnitsTheirTypeCannotHaveAreLeftOutWithAWarning) 
             100);
   EXPECT_THAT(run.err, HasSubstr("2 quantity records name no unit of their type"));
 
-  const ToolRun imported =
-      velk({"import", path, "--db", folder_.file("units.db").string()}, nullptr);
-  ASSERT_EQ(imported.status, 0) << imported.err;
-  EXPECT_EQ(imported.lines[0]["samples"], 1);
-  EXPECT_EQ(imported.lines[0]["samples_without_unit"], 2);
+  const ToolRun units = velk({"import", path, "--db", folder_.file("units.db").string()}, nullptr);
+  ASSERT_EQ(units.status, 0) << units.err;
+  EXPECT_EQ(units.lines[0]["samples"], 1);
+  EXPECT_EQ(units.lines[0]["samples_without_unit"], 2);
 }
 
 TEST_F(ToolTest, BadInputIsReportedOnStderrWithStatusTwo) {
-  const ToolRun zone = velk({"--tz", "Mars/Olympus", "last-date"});
-  EXPECT_EQ(zone.status, 2);
-  EXPECT_THAT(zone.err, HasSubstr("Mars/Olympus"));
-
+  const std::pair<std::vector<std::string>, std::string> cases[] = {
+      {{"--tz", "Mars/Olympus", "last-date"}, "Mars/Olympus"},
+      {{"summary", "sleep", "--date", "10/03/2024"}, "10/03/2024"},
+      {{"summary", "naps", "--date", "2024-03-10"}, "naps"},
+      {{"summary", "sleep"}, "--date"}};
+  for (const auto& [arguments, part] : cases) {
+    const ToolRun run = velk(arguments);
+    EXPECT_EQ(run.status, 2) << part;
+    EXPECT_THAT(run.err, HasSubstr(part));
+    EXPECT_TRUE(run.lines.empty()) << part;
+  }
   const ToolRun store = velk({"summary", "sleep", "--date", "2024-03-10"},
                              {{"samples", {{{"type", kSteps}, {"value", "many"}}}}});
   EXPECT_EQ(store.status, 2);
-  EXPECT_THAT(store.err, HasSubstr("store.json"));
-  EXPECT_THAT(store.err, HasSubstr("samples[0]"));
-
-  const ToolRun instant = velk({"summary", "sleep", "--date", "10/03/2024"});
-  EXPECT_EQ(instant.status, 2);
-  EXPECT_THAT(instant.err, HasSubstr("10/03/2024"));
-  EXPECT_TRUE(instant.lines.empty());
-
-  EXPECT_EQ(velk({"summary", "naps", "--date", "2024-03-10"}).status, 2);
-  EXPECT_EQ(velk({"summary", "sleep"}).status, 2);
+  EXPECT_THAT(store.err, AllOf(HasSubstr("store.json"), HasSubstr("samples[0]")));
 }
 
 }  // namespace
