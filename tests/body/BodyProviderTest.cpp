@@ -1,21 +1,137 @@
+// The body summary, its readers and the provider that joins them: units, which samples count,
+// the user's age and sex, what failed reads keep, and overlapping or abandoned requests.
+#include <chrono>
+#include <future>
 #include <memory>
+#include <mutex>
 #include <optional>
 #include <string>
 #include <thread>
+#include <utility>
 #include <vector>
 
 #include <gtest/gtest.h>
 
-#include "body/BodyTestSupport.h"
+#include "support/TestDevice.h"
+#include "velk/body/VelkBiologicalSexProvider.h"
+#include "velk/body/VelkBodyProvider.h"
+#include "velk/body/VelkHeightProvider.h"
+#include "velk/body/VelkWeightProvider.h"
 #include "velk/healthstore/AppleHealthErrors.h"
 #include "velk/interface/ExtractionLastDateStorage.h"
 #include "velk/platform/DebugOutput.h"
+#include "velk/platform/HealthDatabase.h"
+#include "velk/platform/InMemoryHealthDatabase.h"
+#include "velk/platform/SampleRecord.h"
 
 namespace velk::testing {
 namespace {
 
 using platform::Characteristics;
 using platform::DateComponents;
+
+inline constexpr const char* kBodyMass = "HKQuantityTypeIdentifierBodyMass";
+inline constexpr const char* kHeight = "HKQuantityTypeIdentifierHeight";
+
+inline platform::SampleRecord measurement(const std::string& type, double value,
+                                          const std::string& unit, Date start,
+                                          std::optional<bool> wasUserEntered = std::nullopt) {
+  platform::SampleRecord record;
+  record.type = type;
+  record.value = value;
+  record.unit = unit;
+  record.start = start;
+  record.end = start;
+  record.wasUserEntered = wasUserEntered;
+  return record;
+}
+
+inline std::shared_ptr<platform::HealthDatabase> database(
+    std::vector<platform::SampleRecord> records,
+    platform::Characteristics characteristics = platform::Characteristics{},
+    platform::HealthDatabaseSettings settings = platform::HealthDatabaseSettings{}) {
+  return std::make_shared<platform::InMemoryHealthDatabase>(std::move(settings),
+                                                            std::move(characteristics), records);
+}
+
+/// A health database whose contents a test replaces between requests, as a user's data changes
+/// between two extractions; every call goes to the database set last.
+class SwappableHealthDatabase final : public platform::HealthDatabase {
+ public:
+  explicit SwappableHealthDatabase(std::shared_ptr<platform::HealthDatabase> inner)
+      : inner_(std::move(inner)) {}
+
+  void swap(std::shared_ptr<platform::HealthDatabase> inner) {
+    std::lock_guard<std::mutex> lock(mutex_);
+    inner_ = std::move(inner);
+  }
+
+  bool isHealthDataAvailable() const override { return inner()->isHealthDataAvailable(); }
+  bool knowsType(const std::string& identifier) const override {
+    return inner()->knowsType(identifier);
+  }
+  platform::AuthorizationAnswer authorizationAnswer() const override {
+    return inner()->authorizationAnswer();
+  }
+  std::optional<Error> queryError(const std::string& type) const override {
+    return inner()->queryError(type);
+  }
+  bool answersWithoutSamples(const std::string& type) const override {
+    return inner()->answersWithoutSamples(type);
+  }
+  std::vector<platform::StoredSample> samples(const std::string& type, std::optional<Date> start,
+                                              std::optional<Date> end) const override {
+    return inner()->samples(type, start, end);
+  }
+  platform::Characteristics characteristics() const override { return inner()->characteristics(); }
+
+ private:
+  std::shared_ptr<platform::HealthDatabase> inner() const {
+    std::lock_guard<std::mutex> lock(mutex_);
+    return inner_;
+  }
+  mutable std::mutex mutex_;
+  std::shared_ptr<platform::HealthDatabase> inner_;
+};
+
+/// Holds the store's callback queue while it lives, so that a test can act while an answer is out.
+class HeldCallbackQueue {
+ public:
+  explicit HeldCallbackQueue(platform::HealthDatabase& database) {
+    database.callbackQueue()->async(
+        [released = release_.get_future().share()] { released.wait(); });
+  }
+  ~HeldCallbackQueue() { release_.set_value(); }
+
+ private:
+  std::promise<void> release_;
+};
+
+/// Waits until every item queued on the store's callback queue so far has run.
+inline void flush(platform::HealthDatabase& database) {
+  std::promise<void> done;
+  database.callbackQueue()->async([&done] { done.set_value(); });
+  done.get_future().wait();
+}
+
+/// Runs one body request through `provider` and drives the main queue until it completes; checks
+/// that the completion came once, on the main queue, with success.
+inline VelkBodyData bodySummary(VelkBodyProvider& provider, const TestDevice& device, Date date) {
+  std::optional<Result<VelkBodyData>> answer;
+  bool onMainQueue = false;
+  provider.getBodySummary(date, [&](Result<VelkBodyData> result) {
+    onMainQueue = device.mainQueue().isCurrent();
+    answer = std::move(result);
+  });
+  EXPECT_TRUE(
+      device.mainQueue().runUntil([&] { return answer.has_value(); }, std::chrono::seconds(10)));
+  EXPECT_TRUE(onMainQueue);
+  if (!answer.has_value() || !answer->isSuccess()) {
+    ADD_FAILURE() << "the body summary did not complete with success";
+    return VelkBodyData{};
+  }
+  return std::move(*answer).value();
+}
 
 Characteristics bornOn(int year, int month, int day, std::int64_t biologicalSex) {
   DateComponents components;
@@ -174,6 +290,88 @@ TEST(BodyProviderConcurrencyTest, OverlappingRequestsShareOneBuilderSafely) {
   }
   EXPECT_TRUE(
       device.mainQueue().runUntil([&answers] { return answers == 4; }, std::chrono::seconds(10)));
+}
+
+// Runs one read and waits for its answer on the store's queue.
+template <class Reader, class Sample>
+Result<std::vector<Sample>> read(void (Reader::*get)(Date, typename Reader::Completion) const,
+                                 Date date) {
+  auto reader = std::make_shared<Reader>();
+  std::promise<Result<std::vector<Sample>>> answer;
+  ((*reader).*get)(date, [&answer](auto result) { answer.set_value(std::move(result)); });
+  return answer.get_future().get();
+}
+
+auto weights(Date date) {
+  return read<VelkWeightProvider, VelkWeightSample>(&VelkWeightProvider::getWeight, date);
+}
+
+auto heights(Date date) {
+  return read<VelkHeightProvider, VelkHeightSample>(&VelkHeightProvider::getHeight, date);
+}
+
+TEST(BodyReadersTest, TenNewestUpToTheMomentHandEnteredIncluded) {
+  const Date moment = utcDate(2024, 3, 20, 12);
+  std::vector<platform::SampleRecord> records;
+  for (int day = 1; day <= 12; ++day) {
+    // Stored out of order, and every other one typed in by hand.
+    const int shuffled = (day * 5) % 12 + 1;
+    records.push_back(measurement(kBodyMass, 70 + shuffled, "kg", utcDate(2024, 3, shuffled, 7),
+                                  shuffled % 2 == 0));
+  }
+  records.push_back(measurement(kBodyMass, 99, "kg", moment.addingTimeInterval(1)));
+  TestDevice device({.healthDatabase = database(records)});
+
+  const auto weight = weights(moment);
+  ASSERT_TRUE(weight.isSuccess());
+  std::vector<double> values;
+  for (const auto& sample : weight.value()) {
+    values.push_back(sample.value);
+  }
+  EXPECT_EQ(values, (std::vector<double>{82, 81, 80, 79, 78, 77, 76, 75, 74, 73}));
+}
+
+TEST(BodyReadersTest, StoreAnswersWithoutDataAreEmptyListsAndErrorsPassThrough) {
+  const Error refused(platform::kHealthKitErrorDomain, 5, "Authorization not determined");
+  platform::HealthDatabaseSettings settings;
+  settings.queryErrors.emplace(kHeight, refused);
+  settings.typesAnsweringWithoutSamples.insert(kBodyMass);
+  TestDevice device({.healthDatabase = database({}, {}, settings)});
+
+  const auto weight = weights(utcDate(2024, 3, 11));
+  ASSERT_TRUE(weight.isSuccess());
+  EXPECT_TRUE(weight.value().empty());
+
+  const auto height = heights(utcDate(2024, 3, 11));
+  ASSERT_TRUE(height.isFailure());
+  EXPECT_TRUE(height.error().isSameInstance(refused));
+}
+
+TEST(BodyReadersTest, ReaderReleasedBeforeTheAnswerCallsNothing) {
+  auto store = database({measurement(kBodyMass, 80, "kg", utcDate(2024, 3, 1))});
+  TestDevice device({.healthDatabase = store});
+  bool called = false;
+  {
+    HeldCallbackQueue hold(*store);
+    auto reader = std::make_shared<VelkWeightProvider>();
+    reader->getWeight(utcDate(2024, 3, 11), [&called](auto) { called = true; });
+    reader.reset();
+  }
+  flush(*store);
+  EXPECT_FALSE(called);
+}
+
+TEST(BodyReadersTest, BiologicalSexWords) {
+  const std::vector<std::pair<std::int64_t, std::string>> cases{
+      {0, "notSet"}, {1, "female"}, {2, "male"}, {3, "other"}, {7, "notSet"}, {-1, "notSet"}};
+  for (const auto& [value, word] : cases) {
+    Characteristics characteristics;
+    characteristics.biologicalSex = value;
+    TestDevice device({.healthDatabase = database({}, characteristics)});
+    const auto sex = VelkBiologicalSexProvider().getBiologicalSex();
+    ASSERT_TRUE(sex.isSuccess());
+    EXPECT_EQ(sex.value(), word) << "value " << value;
+  }
 }
 
 }  // namespace

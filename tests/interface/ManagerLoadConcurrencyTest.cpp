@@ -3,12 +3,14 @@
 // Run under ThreadSanitizer (the "tsan" preset) and LeakSanitizer (the "asan" preset).
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <atomic>
 #include <chrono>
 #include <memory>
 #include <thread>
 #include <vector>
 
+#include "sleep/SleepTestStore.h"
 #include "support/StoreFixture.h"
 #include "support/TestDevice.h"
 #include "velk/documents/BodyDocument.h"
@@ -43,11 +45,8 @@ class CallCounts {
     return [this, slot] { counts_[slot].fetch_add(1, std::memory_order_relaxed); };
   }
   std::size_t called() const {
-    std::size_t total = 0;
-    for (const auto& count : counts_) {
-      total += count.load() > 0 ? 1u : 0u;
-    }
-    return total;
+    return static_cast<std::size_t>(
+        std::count_if(counts_.begin(), counts_.end(), [](const auto& n) { return n.load() > 0; }));
   }
   int most() const {
     int most = 0;
@@ -122,6 +121,25 @@ TEST(ManagerLoadConcurrencyTest, ManagersReleasedWithQueriesInFlightCallNothingT
     std::this_thread::sleep_for(std::chrono::milliseconds(10));
   }
   EXPECT_LE(counts.most(), 1) << "a completion was called twice";
+}
+
+TEST(ManagerConcurrencyTest, ReleasingTheManagerWhileASleepQueryIsOutDropsTheAnswer) {
+  testing::SleepTestStore store(nlohmann::json{
+      {"samples", {testing::sleepSample(1, "2024-03-10T01:00:00Z", "2024-03-10T02:00:00Z")}}});
+  auto& storeQueue = *store.database().callbackQueue();
+  testing::Completions<bool> called;
+  {
+    testing::QueueGate gate(storeQueue);
+    auto manager = std::make_unique<VelkExtractionManager>();
+    manager->getSleepSummay(testing::utcDate(2024, 3, 10),
+                            [done = called.completion()](auto) { done(true); });
+    manager->getSleepSummayObjc(testing::utcDate(2024, 3, 10),
+                                [done = called.completion()](auto, auto) { done(true); });
+    manager.reset();
+  }
+  testing::drainQueue(storeQueue);
+  EXPECT_TRUE(called.values().empty());
+  EXPECT_EQ(ExtractionLastDateStorage().readLastDate(VelkDataType::sleepSummary), std::nullopt);
 }
 
 }  // namespace

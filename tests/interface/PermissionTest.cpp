@@ -1,4 +1,5 @@
 #include <future>
+#include <initializer_list>
 #include <memory>
 #include <optional>
 #include <set>
@@ -50,35 +51,27 @@ std::pair<bool, std::optional<Error>> askHost(HostRequest request) {
   return answer.get_future().get();
 }
 
-const std::set<std::string> kPhysical{
-    "HKQuantityTypeIdentifierStepCount",
-    "HKQuantityTypeIdentifierDistanceWalkingRunning",
-    "HKQuantityTypeIdentifierDistanceCycling",
-    "HKQuantityTypeIdentifierBasalEnergyBurned",
-    "HKQuantityTypeIdentifierActiveEnergyBurned",
-    "HKQuantityTypeIdentifierAppleExerciseTime",
-    "HKQuantityTypeIdentifierDistanceSwimming",
-    "HKQuantityTypeIdentifierAppleStandTime",
-    "HKQuantityTypeIdentifierHeartRate",
-    "HKQuantityTypeIdentifierRestingHeartRate",
-    "HKQuantityTypeIdentifierBodyTemperature",
-    "HKQuantityTypeIdentifierBasalBodyTemperature",
-    "HKQuantityTypeIdentifierWalkingHeartRateAverage",
-    "HKQuantityTypeIdentifierHeartRateVariabilitySDNN",
-    "HKQuantityTypeIdentifierOxygenSaturation",
-    "HKWorkoutTypeIdentifier",
-    "HKQuantityTypeIdentifierSwimmingStrokeCount",
-    "HKQuantityTypeIdentifierFlightsClimbed",
-    "HKQuantityTypeIdentifierWaistCircumference",
-    "HKQuantityTypeIdentifierVO2Max",
-};
+// Quantity type identifiers from their short names, with `others` given whole.
+std::set<std::string> quantities(std::initializer_list<const char*> names,
+                                 std::initializer_list<const char*> others = {}) {
+  std::set<std::string> identifiers(others.begin(), others.end());
+  for (const char* name : names) {
+    identifiers.insert(std::string("HKQuantityTypeIdentifier") + name);
+  }
+  return identifiers;
+}
+
+const std::set<std::string> kPhysical =
+    quantities({"StepCount", "DistanceWalkingRunning", "DistanceCycling", "BasalEnergyBurned",
+                "ActiveEnergyBurned", "AppleExerciseTime", "DistanceSwimming", "AppleStandTime",
+                "HeartRate", "RestingHeartRate", "BodyTemperature", "BasalBodyTemperature",
+                "WalkingHeartRateAverage", "HeartRateVariabilitySDNN", "OxygenSaturation",
+                "SwimmingStrokeCount", "FlightsClimbed", "WaistCircumference", "VO2Max"},
+               {"HKWorkoutTypeIdentifier"});
 
 const std::set<std::string> kBody{
-    "HKQuantityTypeIdentifierBodyMass",
-    "HKQuantityTypeIdentifierHeight",
-    "HKCharacteristicTypeIdentifierBiologicalSex",
-    "HKCharacteristicTypeIdentifierDateOfBirth",
-};
+    "HKQuantityTypeIdentifierBodyMass", "HKQuantityTypeIdentifierHeight",
+    "HKCharacteristicTypeIdentifierBiologicalSex", "HKCharacteristicTypeIdentifierDateOfBirth"};
 
 TEST(PermissionTest, EachFamilyAsksToReadItsOwnTypes) {
   auto database = store();

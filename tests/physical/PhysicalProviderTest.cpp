@@ -1,13 +1,25 @@
 // The physical summary from store file to document: what is counted, how it is reduced and
-// truncated, what a failed read costs, and what one provider remembers between requests.
+// truncated, what a failed read costs, what one provider remembers between requests, and requests
+// that overlap on one provider (the concurrency suite runs under ThreadSanitizer).
 
+#include <future>
 #include <memory>
 #include <string>
+#include <thread>
+#include <vector>
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
+#include <nlohmann/json.hpp>
 
-#include "physical/PhysicalTestSupport.h"
+#include "support/StoreFixture.h"
+#include "support/TestDevice.h"
+#include "velk/documents/PhysicalDocument.h"
+#include "velk/healthstore/AppleHealthErrors.h"
+#include "velk/physical/VelkHRVProvider.h"
+#include "velk/physical/VelkHeartRateProvider.h"
+#include "velk/physical/VelkPhysicalProvider.h"
+#include "velk/platform/DebugOutput.h"
 
 namespace velk::testing {
 namespace {
@@ -16,6 +28,47 @@ using nlohmann::json;
 using ::testing::HasSubstr;
 
 constexpr const char* kLastPhysicalDate = "velk_last_physical_date_extraction";
+
+/// A device (in `timeZone`) whose health database is the store file `storeJson`.
+class PhysicalStore {
+ public:
+  explicit PhysicalStore(const std::string& storeJson, std::string timeZone = "UTC")
+      : device_({.timeZone = std::move(timeZone), .healthDatabase = databaseFromJson(storeJson)}) {}
+  TestDevice& device() { return device_; }
+
+  /// One request on `provider`, run to its completion: the document's
+  /// "daily_activity_related_data" and what the request wrote to the debug output.
+  struct Answer {
+    json daily;
+    std::string debugOutput;
+    bool completedOnMainQueue = false;
+  };
+  Answer request(VelkPhysicalProvider& provider, Date date) {
+    platform::DebugOutputCapture capture;
+    Answer answer;
+    bool done = false;
+    provider.getPhysicalData(date, [&](Result<VelkPhysicalData> result) {
+      answer.completedOnMainQueue = device_.mainQueue().isCurrent();
+      ASSERT_TRUE(result.isSuccess());
+      answer.daily = result.value().getDictionary()["summaries"]["daily_activity_related_data"];
+      done = true;
+    });
+    EXPECT_TRUE(device_.mainQueue().runUntil([&] { return done; }, std::chrono::seconds(20)));
+    answer.debugOutput = capture.text();
+    return answer;
+  }
+
+ private:
+  TestDevice device_;
+};
+
+// One read through `get` on `provider`, waited for on the store's queue.
+template <class Value, class Provider, class Completion>
+Result<Value> read(Provider& provider, void (Provider::*get)(Date, Completion), Date date) {
+  std::promise<Result<Value>> answer;
+  (provider.*get)(date, [&answer](Result<Value> result) { answer.set_value(std::move(result)); });
+  return answer.get_future().get();
+}
 
 // One day (2024-03-10, UTC) of everything the summary reads, with the samples that must not count:
 // typed in by hand, lying wholly in the day's first 5 min 59 s, or on the day before.
@@ -95,33 +148,27 @@ TEST(PhysicalProviderTest, EmptyDayIsStillDeliveredWithEveryReadReported) {
 }
 
 TEST(PhysicalProviderTest, OneFailingEnergyTypeNullsBothCalorieKeys) {
-  // A query error on active energy; the steps beside it are still reported.
-  PhysicalStore failingQuery(R"({
-    "query_errors": {"HKQuantityTypeIdentifierActiveEnergyBurned": {"code": 5, "message": "Authorization not determined"}},
-    "samples": [
-      {"type": "HKQuantityTypeIdentifierActiveEnergyBurned", "start": "2024-03-10T10:00:00Z", "end": "2024-03-10T11:00:00Z", "value": 400},
+  // Active energy fails with a query error, or finds no sum; the steps beside it still count.
+  const std::string samples = R"("samples": [
       {"type": "HKQuantityTypeIdentifierBasalEnergyBurned", "start": "2024-03-10T10:00:00Z", "end": "2024-03-10T11:00:00Z", "value": 1600},
-      {"type": "HKQuantityTypeIdentifierStepCount", "start": "2024-03-10T10:00:00Z", "end": "2024-03-10T11:00:00Z", "value": 8000}
-    ]})");
-  auto provider = std::make_shared<VelkPhysicalProvider>();
-  auto answer = failingQuery.request(*provider, utcDate(2024, 3, 10, 12));
-  EXPECT_TRUE(answer.daily["calories_data"]["calories_net_active_kilocalories"].is_null());
-  EXPECT_TRUE(
-      answer.daily["calories_data"]["calories_basal_metabolic_rate_kilocalories"].is_null());
-  EXPECT_EQ(answer.daily["distance_data"]["steps_per_day_number"], 8000);
-  EXPECT_THAT(answer.debugOutput, HasSubstr("Code=5 \"Authorization not determined\""));
-}
-
-TEST(PhysicalProviderTest, BasalEnergyWithoutActiveEnergyIsNoCalorieResult) {
-  PhysicalStore store(R"({"samples": [
-      {"type": "HKQuantityTypeIdentifierBasalEnergyBurned", "start": "2024-03-10T10:00:00Z", "end": "2024-03-10T11:00:00Z", "value": 1600}
-    ]})");
-  auto provider = std::make_shared<VelkPhysicalProvider>();
-  auto answer = store.request(*provider, utcDate(2024, 3, 10, 12));
-  EXPECT_TRUE(answer.daily["calories_data"]["calories_net_active_kilocalories"].is_null());
-  EXPECT_TRUE(
-      answer.daily["calories_data"]["calories_basal_metabolic_rate_kilocalories"].is_null());
-  EXPECT_EQ(provider->velkPhysicalBuilder.caloriesData(), std::nullopt);
+      {"type": "HKQuantityTypeIdentifierStepCount", "start": "2024-03-10T10:00:00Z", "end": "2024-03-10T11:00:00Z", "value": 8000}])";
+  for (
+      const std::string& store :
+      {R"({"query_errors": {"HKQuantityTypeIdentifierActiveEnergyBurned": {"code": 5, "message": "Authorization not determined"}}, )" +
+           samples + "}",
+       "{" + samples + "}"}) {
+    PhysicalStore failing(store);
+    auto provider = std::make_shared<VelkPhysicalProvider>();
+    auto answer = failing.request(*provider, utcDate(2024, 3, 10, 12));
+    EXPECT_TRUE(answer.daily["calories_data"]["calories_net_active_kilocalories"].is_null());
+    EXPECT_TRUE(
+        answer.daily["calories_data"]["calories_basal_metabolic_rate_kilocalories"].is_null());
+    EXPECT_EQ(answer.daily["distance_data"]["steps_per_day_number"], 8000);
+    EXPECT_EQ(provider->velkPhysicalBuilder.caloriesData(), std::nullopt);
+    EXPECT_EQ(
+        answer.debugOutput.find("Code=5 \"Authorization not determined\"") != std::string::npos,
+        store.starts_with("{\"query_errors"));
+  }
 }
 
 TEST(PhysicalProviderTest, LaterFailedReadsReportTheEarlierValues) {
@@ -172,6 +219,103 @@ TEST(PhysicalProviderTest, DateInTheFirstHourCountsTheSameDay) {
     EXPECT_EQ(answer.daily["calories_data"]["calories_net_active_kilocalories"], 300);
     EXPECT_EQ(answer.daily["calories_data"]["calories_basal_metabolic_rate_kilocalories"], 40);
   }
+}
+
+TEST(HeartRateProviderTest, ExtremesStartFromZeroAndOneThousand) {
+  PhysicalStore store(R"({"samples": [
+      {"type": "HKQuantityTypeIdentifierHeartRate", "start": "2024-03-10T09:00:00Z", "end": "2024-03-10T09:00:00Z", "value": 1200},
+      {"type": "HKQuantityTypeIdentifierHeartRate", "start": "2024-03-11T09:00:00Z", "end": "2024-03-11T09:00:00Z", "value": -5},
+      {"type": "HKQuantityTypeIdentifierHeartRate", "start": "2024-03-11T10:00:00Z", "end": "2024-03-11T10:00:00Z", "value": -7.5}
+    ]})");
+  auto provider = std::make_shared<VelkHeartRateProvider>();
+
+  const auto high = read<VelkHeartRateData>(*provider, &VelkHeartRateProvider::getHeartRate,
+                                            utcDate(2024, 3, 10, 12));
+  ASSERT_TRUE(high.isSuccess());
+  EXPECT_EQ(high.value().maxHeartRate, 1200);
+  EXPECT_EQ(high.value().minHeartRate, 1000);
+  EXPECT_EQ(high.value().avgHeartRate, 1200);
+
+  // All values negative: the maximum stays 0, the average truncates toward zero.
+  const auto negative = read<VelkHeartRateData>(*provider, &VelkHeartRateProvider::getHeartRate,
+                                                utcDate(2024, 3, 11, 12));
+  ASSERT_TRUE(negative.isSuccess());
+  EXPECT_EQ(negative.value().maxHeartRate, 0);
+  EXPECT_EQ(negative.value().minHeartRate, -7);
+  EXPECT_EQ(negative.value().avgHeartRate, -6);
+  // Newest first, as the store returned them.
+  ASSERT_EQ(negative.value().granular.size(), 2u);
+  EXPECT_EQ(negative.value().granular[0].value, -7.5);
+  EXPECT_EQ(negative.value().granular[0].startDate, utcDate(2024, 3, 11, 10));
+}
+
+TEST(HeartRateProviderTest, EachKindFailsOnItsOwn) {
+  PhysicalStore store(R"({
+    "query_errors": {"HKQuantityTypeIdentifierHeartRateVariabilitySDNN": {"code": 6, "message": "Protected health data is inaccessible"}},
+    "samples": [
+      {"type": "HKQuantityTypeIdentifierHeartRate", "start": "2024-03-10T09:00:00Z", "end": "2024-03-10T09:00:00Z", "value": 70, "unit": "count/s"}
+    ]})");
+  auto heartRate = std::make_shared<VelkHeartRateProvider>();
+  auto hrv = std::make_shared<VelkHRVProvider>();
+  const Date date = utcDate(2024, 3, 10, 12);
+
+  // Heart rate converts to beats per minute; the day has no resting samples.
+  const auto rate = read<VelkHeartRateData>(*heartRate, &VelkHeartRateProvider::getHeartRate, date);
+  ASSERT_TRUE(rate.isSuccess());
+  EXPECT_EQ(rate.value().avgHeartRate, 4200);
+  const auto resting =
+      read<VelkRestingHrData>(*heartRate, &VelkHeartRateProvider::getRestingHeartRate, date);
+  ASSERT_TRUE(resting.isFailure());
+  EXPECT_TRUE(errorIs(resting.error(), AppleHealthErrors::emptySamples));
+
+  // The store's own error reaches the caller as the same object, each time.
+  const auto first = read<VelkHRVData>(*hrv, &VelkHRVProvider::getHRV, date);
+  const auto second = read<VelkHRVData>(*hrv, &VelkHRVProvider::getHRV, date);
+  ASSERT_TRUE(first.isFailure());
+  ASSERT_TRUE(second.isFailure());
+  EXPECT_EQ(first.error().code(), 6);
+  EXPECT_TRUE(first.error().isSameInstance(second.error()));
+}
+
+TEST(HeartRateProviderTest, UnknownTypeFailsBeforeAnyQuery) {
+  PhysicalStore store(R"({"unknown_types": ["HKQuantityTypeIdentifierRestingHeartRate"]})");
+  auto provider = std::make_shared<VelkHeartRateProvider>();
+  std::optional<Result<VelkRestingHrData>> answer;
+  provider->getRestingHeartRate(utcDate(2024, 3, 10, 12),
+                                [&](Result<VelkRestingHrData> result) { answer = result; });
+  // Answered on the caller's thread, before the call returned.
+  ASSERT_TRUE(answer.has_value());
+  EXPECT_TRUE(errorIs(answer->error(), AppleHealthErrors::sampleTypeNotAvailable));
+}
+
+TEST(PhysicalProviderConcurrencyTest, OverlappingRequestsEachCompleteOnce) {
+  PhysicalStore store(kFullDay);
+  auto provider = std::make_shared<VelkPhysicalProvider>();
+  constexpr int kRequestsPerThread = 8;
+  platform::DebugOutputCapture quiet;  // the 11th has no data: its reads report failures
+
+  std::vector<int> completions;  // touched on the main queue only
+  for (std::vector<std::jthread> callers; callers.size() < 2;) {
+    const int caller = static_cast<int>(callers.size());
+    callers.emplace_back([&, caller] {
+      for (int i = 0; i < kRequestsPerThread; ++i) {
+        provider->getPhysicalData(utcDate(2024, 3, 10 + (i % 2), 12),
+                                  [&, caller](Result<VelkPhysicalData> result) {
+                                    ASSERT_TRUE(store.device().mainQueue().isCurrent());
+                                    ASSERT_TRUE(result.isSuccess());
+                                    completions.push_back(caller);
+                                  });
+      }
+    });
+  }
+  ASSERT_TRUE(store.device().mainQueue().runUntil(
+      [&] { return completions.size() == 2 * kRequestsPerThread; }, std::chrono::seconds(60)));
+  store.device().mainQueue().drain();
+  EXPECT_EQ(completions.size(), 2u * kRequestsPerThread);
+
+  // Whatever order the answers came in, the 10th's values were stored and never cleared.
+  EXPECT_EQ(provider->velkPhysicalBuilder.totalSteps(), 1234);
+  EXPECT_EQ(provider->velkPhysicalBuilder.caloriesData(), (VelkCalories{350, 1650, 2000}));
 }
 
 }  // namespace

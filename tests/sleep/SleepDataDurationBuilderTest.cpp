@@ -19,7 +19,7 @@ SleepDataDuration build(const std::vector<SleepAnalysis>& analyses) {
   return SleepDataDurationBuilder().buildSleepDataDuration(analyses);
 }
 
-TEST(SleepDataDurationBuilderTest, SumsPerStateTruncatedOnceAndEndsWithTheLastStartingRecord) {
+TEST(SleepDataDurationBuilderTest, SumsPerStateTruncatedOnceEndsWithTheLastStartEmptyIsNow) {
   // Newest first, as the store answers. The in-bed record outlasts every later one, yet the night
   // ends with the record that starts last. The two awake records sum to 3601.2 s: truncating each
   // first would give 3600. The two identical REM records overlap and both count.
@@ -31,9 +31,7 @@ TEST(SleepDataDurationBuilderTest, SumsPerStateTruncatedOnceAndEndsWithTheLastSt
              record(1000, 3000, SleepEvent::asleepCore), record(0, 40000, SleepEvent::inBed)}),
       SleepDataDuration(Date::fromReferenceSeconds(0), Date::fromReferenceSeconds(30300),
                         300 + 1800 + 5400.7 + 3000, 40000, 3000, 1800, 5400.7, 0, 3601.2));
-}
-
-TEST(SleepDataDurationBuilderTest, EqualStartsKeepInputOrderAndAnEmptyNightIsNow) {
+  // Of records with equal starts, the later one in the input ends the night.
   EXPECT_EQ(build({record(0, 100, SleepEvent::inBed), record(0, 900, SleepEvent::inBed)}).end,
             Date::fromReferenceSeconds(900));
   EXPECT_EQ(build({record(0, 900, SleepEvent::inBed), record(0, 100, SleepEvent::inBed)}).end,

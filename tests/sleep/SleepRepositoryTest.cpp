@@ -1,6 +1,7 @@
 #include <gtest/gtest.h>
 
 #include <string>
+#include <thread>
 #include <vector>
 
 #include "sleep/SleepTestStore.h"
@@ -20,9 +21,7 @@ SleepResult requestSleep(Date date) {
   testing::Completions<SleepResult> completions;
   const auto repository = SleepRepository::make();  // kept until the answer is in
   repository->getSleepData(date, completions.completion());
-  auto result = completions.wait();
-  EXPECT_TRUE(result.has_value()) << "no answer";
-  return result.value_or(SleepResult::failure(Error("test", 0, "no answer")));
+  return completions.wait().value_or(SleepResult::failure(Error("test", 0, "no answer")));
 }
 
 SleepDurationRelatedData nightOf(const SleepResult& result) {
@@ -159,6 +158,52 @@ TEST(SleepRepositoryTest, FailuresPassTheStoresErrorOnAndLeaveTheDateAlone) {
         errorIs(completions.values()[0].error(), AppleHealthErrors::sampleTypeNotAvailable));
     EXPECT_EQ(storedSleepDate(), std::nullopt);
   }
+}
+
+// Releases the repository while the store's queue is held, so that the answer comes after.
+std::vector<SleepResult> requestAndRelease(testing::SleepTestStore& store) {
+  auto& storeQueue = *store.database().callbackQueue();
+  testing::Completions<SleepResult> completions;
+  {
+    testing::QueueGate gate(storeQueue);
+    SleepRepository::make()->getSleepData(testing::utcDate(2024, 3, 10), completions.completion());
+  }
+  testing::drainQueue(storeQueue);
+  return completions.values();
+}
+
+TEST(SleepRepositoryConcurrencyTest, AReleasedRepositoryDropsASuccessButPassesAFailureOn) {
+  {
+    testing::SleepTestStore store(
+        Json{{"samples", {sleepSample(1, "2024-03-10T01:00:00Z", "2024-03-10T02:00:00Z")}}});
+    EXPECT_TRUE(requestAndRelease(store).empty());
+    EXPECT_EQ(storedSleepDate(), std::nullopt);
+  }
+  testing::SleepTestStore store(
+      Json{{"query_errors", {{kSleepType, {{"code", 4}, {"message", "locked"}}}}}});
+  const std::vector<SleepResult> results = requestAndRelease(store);
+  ASSERT_EQ(results.size(), 1u);
+  EXPECT_EQ(results[0].error().message(), "locked");
+}
+
+TEST(SleepRepositoryConcurrencyTest, RequestsFromSeveralThreadsEachCompleteOnceOnTheStoresQueue) {
+  testing::SleepTestStore store(Json{{"samples", Json::array()}});
+  const auto storeQueue = store.database().callbackQueue();
+  const auto repository = SleepRepository::make();
+  testing::Completions<bool> onStoreQueue;
+  {
+    std::vector<std::jthread> threads;
+    for (int i = 0; i < 4; ++i) {
+      threads.emplace_back([&, i] {
+        repository->getSleepData(testing::utcDate(2024, 3, 10 + i),
+                                 [storeQueue, done = onStoreQueue.completion()](SleepResult) {
+                                   done(storeQueue->isCurrent());
+                                 });
+      });
+    }
+  }
+  testing::drainQueue(*storeQueue);
+  EXPECT_EQ(onStoreQueue.values(), std::vector<bool>(4, true));
 }
 
 }  // namespace
