@@ -367,20 +367,11 @@ std::optional<HKUnit> HKUnit::unitFromString(std::string_view text) {
 HKUnit HKUnit::countUnit() {
   return mustParse("count");
 }
-HKUnit HKUnit::percentUnit() {
-  return mustParse("%");
-}
 HKUnit HKUnit::secondUnitWithMetricPrefix(HKMetricPrefix prefix) {
   return prefixed(prefix, "s");
 }
 HKUnit HKUnit::minuteUnit() {
   return mustParse("min");
-}
-HKUnit HKUnit::hourUnit() {
-  return mustParse("hr");
-}
-HKUnit HKUnit::dayUnit() {
-  return mustParse("d");
 }
 HKUnit HKUnit::gramUnitWithMetricPrefix(HKMetricPrefix prefix) {
   return prefixed(prefix, "g");
@@ -388,26 +379,11 @@ HKUnit HKUnit::gramUnitWithMetricPrefix(HKMetricPrefix prefix) {
 HKUnit HKUnit::poundUnit() {
   return mustParse("lb");
 }
-HKUnit HKUnit::ounceUnit() {
-  return mustParse("oz");
-}
 HKUnit HKUnit::meterUnitWithMetricPrefix(HKMetricPrefix prefix) {
   return prefixed(prefix, "m");
 }
 HKUnit HKUnit::inchUnit() {
   return mustParse("in");
-}
-HKUnit HKUnit::footUnit() {
-  return mustParse("ft");
-}
-HKUnit HKUnit::mileUnit() {
-  return mustParse("mi");
-}
-HKUnit HKUnit::literUnitWithMetricPrefix(HKMetricPrefix prefix) {
-  return prefixed(prefix, "L");
-}
-HKUnit HKUnit::jouleUnitWithMetricPrefix(HKMetricPrefix prefix) {
-  return prefixed(prefix, "J");
 }
 HKUnit HKUnit::kilocalorieUnit() {
   return mustParse("kcal");
@@ -429,13 +405,6 @@ HKUnit HKUnit::unitDividedByUnit(HKUnit other) const {
   const std::string numerator =
       needsParentheses(unitString()) ? "(" + unitString() + ")" : unitString();
   return mustParse(numerator + "/" + (compound ? "(" + denominator + ")" : denominator));
-}
-
-HKUnit HKUnit::unitMultipliedByUnit(HKUnit other) const {
-  const auto wrap = [](const std::string& text) {
-    return needsParentheses(text) ? "(" + text + ")" : text;
-  };
-  return mustParse(wrap(unitString()) + "*" + wrap(other.unitString()));
 }
 
 const std::string& HKUnit::unitString() const {

@@ -39,7 +39,6 @@ class HKObjectType {
   static const std::vector<std::string_view>& platformIdentifiers();
 
   const std::string& identifier() const { return identifier_.str(); }
-  InternedString internedIdentifier() const { return identifier_; }
   HKObjectKind kind() const { return kind_; }
 
   /// Quantity, category and workout types are sample types; characteristics are not.

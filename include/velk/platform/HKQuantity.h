@@ -9,12 +9,8 @@ class HKQuantity {
  public:
   HKQuantity(HKUnit unit, double value) : unit_(unit), value_(value) {}
 
-  static HKQuantity quantityWithUnit(HKUnit unit, double value) { return HKQuantity(unit, value); }
-
   /// The amount in `unit`; stops the process when `unit` is not compatible with the quantity's.
   double doubleValueForUnit(HKUnit unit) const { return unit_.convert(value_, unit); }
-
-  bool isCompatibleWithUnit(HKUnit unit) const { return unit_.isCompatible(unit); }
 
   /// The unit and value the quantity was made with.
   HKUnit unit() const { return unit_; }

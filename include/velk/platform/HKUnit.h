@@ -38,30 +38,19 @@ class HKUnit {
   static std::optional<HKUnit> unitFromString(std::string_view text);
 
   static HKUnit countUnit();
-  static HKUnit percentUnit();
-  static HKUnit secondUnit() { return secondUnitWithMetricPrefix(HKMetricPrefix::none); }
   static HKUnit secondUnitWithMetricPrefix(HKMetricPrefix prefix);
   static HKUnit minuteUnit();
-  static HKUnit hourUnit();
-  static HKUnit dayUnit();
-  static HKUnit gramUnit() { return gramUnitWithMetricPrefix(HKMetricPrefix::none); }
   static HKUnit gramUnitWithMetricPrefix(HKMetricPrefix prefix);
   static HKUnit poundUnit();
-  static HKUnit ounceUnit();
   static HKUnit meterUnit() { return meterUnitWithMetricPrefix(HKMetricPrefix::none); }
   static HKUnit meterUnitWithMetricPrefix(HKMetricPrefix prefix);
   static HKUnit inchUnit();
-  static HKUnit footUnit();
-  static HKUnit mileUnit();
-  static HKUnit literUnitWithMetricPrefix(HKMetricPrefix prefix);
-  static HKUnit jouleUnitWithMetricPrefix(HKMetricPrefix prefix);
   static HKUnit kilocalorieUnit();
   static HKUnit largeCalorieUnit();  ///< "Cal", the dietary calorie (one kilocalorie)
   static HKUnit degreeCelsiusUnit();
   static HKUnit degreeFahrenheitUnit();
 
   HKUnit unitDividedByUnit(HKUnit other) const;
-  HKUnit unitMultipliedByUnit(HKUnit other) const;
 
   /// The unit's text as the platform prints it.
   const std::string& unitString() const;
