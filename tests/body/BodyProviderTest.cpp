@@ -1,17 +1,15 @@
 // The body summary, its readers and the provider that joins them: units, which samples count,
 // the user's age and sex, what failed reads keep, and overlapping or abandoned requests.
-#include <chrono>
-#include <future>
 #include <memory>
 #include <mutex>
 #include <optional>
 #include <string>
-#include <thread>
 #include <utility>
 #include <vector>
 
 #include <gtest/gtest.h>
 
+#include "support/StoreFixture.h"
 #include "support/TestDevice.h"
 #include "velk/body/VelkBiologicalSexProvider.h"
 #include "velk/body/VelkBodyProvider.h"
@@ -94,43 +92,12 @@ class SwappableHealthDatabase final : public platform::HealthDatabase {
   std::shared_ptr<platform::HealthDatabase> inner_;
 };
 
-/// Holds the store's callback queue while it lives, so that a test can act while an answer is out.
-class HeldCallbackQueue {
- public:
-  explicit HeldCallbackQueue(platform::HealthDatabase& database) {
-    database.callbackQueue()->async(
-        [released = release_.get_future().share()] { released.wait(); });
-  }
-  ~HeldCallbackQueue() { release_.set_value(); }
-
- private:
-  std::promise<void> release_;
-};
-
-/// Waits until every item queued on the store's callback queue so far has run.
-inline void flush(platform::HealthDatabase& database) {
-  std::promise<void> done;
-  database.callbackQueue()->async([&done] { done.set_value(); });
-  done.get_future().wait();
-}
-
-/// Runs one body request through `provider` and drives the main queue until it completes; checks
-/// that the completion came once, on the main queue, with success.
-inline VelkBodyData bodySummary(VelkBodyProvider& provider, const TestDevice& device, Date date) {
-  std::optional<Result<VelkBodyData>> answer;
-  bool onMainQueue = false;
-  provider.getBodySummary(date, [&](Result<VelkBodyData> result) {
-    onMainQueue = device.mainQueue().isCurrent();
-    answer = std::move(result);
-  });
-  EXPECT_TRUE(
-      device.mainQueue().runUntil([&] { return answer.has_value(); }, std::chrono::seconds(10)));
-  EXPECT_TRUE(onMainQueue);
-  if (!answer.has_value() || !answer->isSuccess()) {
-    ADD_FAILURE() << "the body summary did not complete with success";
-    return VelkBodyData{};
-  }
-  return std::move(*answer).value();
+/// Runs one body request through `provider` to its completion on the main queue, with success.
+VelkBodyData bodySummary(VelkBodyProvider& provider, const TestDevice& device, Date date) {
+  auto answer = answerOnMainQueue<Result<VelkBodyData>>(
+      device.mainQueue(), [&](auto done) { provider.getBodySummary(date, std::move(done)); });
+  EXPECT_TRUE(answer.isSuccess());
+  return answer.isSuccess() ? std::move(answer).value() : VelkBodyData{};
 }
 
 Characteristics bornOn(int year, int month, int day, std::int64_t biologicalSex) {
@@ -146,38 +113,6 @@ Characteristics bornOn(int year, int month, int day, std::int64_t biologicalSex)
 
 std::optional<Date> storedBodyDate() {
   return ExtractionLastDateStorage().readLastDate(VelkDataType::bodySummary);
-}
-
-TEST(BodyProviderTest, FillsWeightHeightAndTheUserFromTheNewestSamples) {
-  // The clock reads 2024-06-14 20:00 in Los Angeles: the day before the 34th birthday.
-  auto store = database({measurement(kBodyMass, 160.9, "lb", utcDate(2024, 6, 1, 15)),
-                         measurement(kBodyMass, 190, "lb", utcDate(2024, 5, 1, 15)),
-                         measurement(kHeight, 1.759, "m", utcDate(2020, 1, 1))},
-                        bornOn(1990, 6, 15, 1));
-  TestDevice scoped(
-      {.timeZone = "America/Los_Angeles", .now = utcDate(2024, 6, 15, 3), .healthDatabase = store});
-  auto provider = std::make_shared<VelkBodyProvider>();
-  const Date requested = scoped.localDate(2024, 6, 10, 9, 30, 0.25);
-
-  const auto document = bodySummary(*provider, scoped, requested);
-  const auto& data = document.summaries.bodyData;
-  EXPECT_EQ(document.dataStructure, "body_health");
-  EXPECT_EQ(data.metadata.datetime, requested);
-  EXPECT_EQ(data.metadata.sourcesOfData, std::vector<std::string>{"Apple Health"});
-  EXPECT_EQ(data.body.weightKgNumber, 72);   // 160.9 lb = 72.98 kg, truncated
-  EXPECT_EQ(data.body.heightCMNumber, 175);  // 175.9 cm, truncated
-  ASSERT_EQ(data.metadata.userDemographics.size(), 1u);
-  const auto& user = data.metadata.userDemographics[0];
-  EXPECT_EQ(user.gender, "female");
-  EXPECT_EQ(user.sex, std::nullopt);
-  EXPECT_EQ(user.dateOfBirth, "1990-06-15");
-  EXPECT_EQ(user.age, 33);
-  EXPECT_EQ(storedBodyDate(), requested);
-
-  // An hour later it is the birthday in Los Angeles; the age follows the clock, not the request.
-  scoped.setNow(utcDate(2024, 6, 15, 7, 0, 1));
-  const auto later = bodySummary(*provider, scoped, requested);
-  EXPECT_EQ(later.summaries.bodyData.metadata.userDemographics[0].age, 34);
 }
 
 TEST(BodyProviderTest, NothingReadableStillSucceedsWithAnEmptyDocument) {
@@ -243,17 +178,18 @@ TEST(BodyProviderTest, FailedReadsKeepWhatEarlierRequestsRead) {
   EXPECT_EQ(user.age, std::nullopt);
 }
 
-TEST(BodyProviderTest, ReleasedWhileAReadIsOutNeverCompletes) {
+TEST(BodyProviderTest, AProviderOrReaderReleasedWhileAReadIsOutNeverCompletes) {
   auto store = database({measurement(kBodyMass, 80, "kg", utcDate(2024, 2, 1))});
   TestDevice device({.healthDatabase = store});
   bool completed = false;
   {
-    HeldCallbackQueue hold(*store);
-    auto provider = std::make_shared<VelkBodyProvider>();
-    provider->getBodySummary(utcDate(2024, 3, 1), [&completed](auto) { completed = true; });
-    provider.reset();
+    QueueGate hold(*store->callbackQueue());
+    std::make_shared<VelkBodyProvider>()->getBodySummary(utcDate(2024, 3, 1),
+                                                         [&completed](auto) { completed = true; });
+    std::make_shared<VelkWeightProvider>()->getWeight(utcDate(2024, 3, 1),
+                                                      [&completed](auto) { completed = true; });
   }
-  flush(*store);
+  drainQueue(*store->callbackQueue());
   device.mainQueue().drain();
   EXPECT_FALSE(completed);
   EXPECT_EQ(storedBodyDate(), std::nullopt);
@@ -269,37 +205,12 @@ TEST(BodyProviderDeathTest, AProviderWithoutAnOwnerIsAMistakeFoundAtOnce) {
       "must be held by a std::shared_ptr");
 }
 
-TEST(BodyProviderConcurrencyTest, OverlappingRequestsShareOneBuilderSafely) {
-  auto store = database({measurement(kBodyMass, 70.5, "kg", utcDate(2024, 2, 1)),
-                         measurement(kHeight, 170, "cm", utcDate(2024, 2, 1))},
-                        bornOn(2000, 1, 1, 3));
-  TestDevice device({.healthDatabase = store});
-  auto provider = std::make_shared<VelkBodyProvider>();
-  int answers = 0;
-  std::vector<std::thread> callers;
-  for (int i = 0; i < 4; ++i) {
-    callers.emplace_back([&provider, i, &answers] {
-      provider->getBodySummary(utcDate(2024, 3, 1 + i), [&answers](Result<VelkBodyData> result) {
-        EXPECT_EQ(result.value().summaries.bodyData.body.weightKgNumber, 70);
-        ++answers;  // on the main queue only
-      });
-    });
-  }
-  for (auto& caller : callers) {
-    caller.join();
-  }
-  EXPECT_TRUE(
-      device.mainQueue().runUntil([&answers] { return answers == 4; }, std::chrono::seconds(10)));
-}
-
 // Runs one read and waits for its answer on the store's queue.
 template <class Reader, class Sample>
 Result<std::vector<Sample>> read(void (Reader::*get)(Date, typename Reader::Completion) const,
                                  Date date) {
   auto reader = std::make_shared<Reader>();
-  std::promise<Result<std::vector<Sample>>> answer;
-  ((*reader).*get)(date, [&answer](auto result) { answer.set_value(std::move(result)); });
-  return answer.get_future().get();
+  return firstAnswer<Result<std::vector<Sample>>>([&](auto done) { ((*reader).*get)(date, done); });
 }
 
 auto weights(Date date) {
@@ -345,20 +256,6 @@ TEST(BodyReadersTest, StoreAnswersWithoutDataAreEmptyListsAndErrorsPassThrough) 
   const auto height = heights(utcDate(2024, 3, 11));
   ASSERT_TRUE(height.isFailure());
   EXPECT_TRUE(height.error().isSameInstance(refused));
-}
-
-TEST(BodyReadersTest, ReaderReleasedBeforeTheAnswerCallsNothing) {
-  auto store = database({measurement(kBodyMass, 80, "kg", utcDate(2024, 3, 1))});
-  TestDevice device({.healthDatabase = store});
-  bool called = false;
-  {
-    HeldCallbackQueue hold(*store);
-    auto reader = std::make_shared<VelkWeightProvider>();
-    reader->getWeight(utcDate(2024, 3, 11), [&called](auto) { called = true; });
-    reader.reset();
-  }
-  flush(*store);
-  EXPECT_FALSE(called);
 }
 
 TEST(BodyReadersTest, BiologicalSexWords) {

@@ -47,13 +47,6 @@ TEST(ExportDateTest, ReadsEveryExportFormAndRefusesWhatIsNoDate) {
         "2024-03-10 08:30:00 +2400", "2024-03-10 08:30:00 *0100", "2024-03-1a 08:30:00 +0100"}) {
     EXPECT_FALSE(ExportDate::parse(text).has_value()) << text;
   }
-  // Birth days are components without a time.
-  const auto day = ExportDate::parseDay("1989-04-24");
-  ASSERT_TRUE(day.has_value());
-  EXPECT_EQ(std::tuple(day->year, day->month, day->day), std::tuple(1989, 4, 24));
-  EXPECT_FALSE(day->hour.has_value());
-  EXPECT_FALSE(ExportDate::parseDay("1989-02-30").has_value());
-  EXPECT_FALSE(ExportDate::parseDay("").has_value());
 }
 
 TEST(ExportSourceRuleTest, ApplesOwnSourcesPassTheSleepFilterAndAppsDoNot) {
@@ -64,25 +57,22 @@ TEST(ExportSourceRuleTest, ApplesOwnSourcesPassTheSleepFilterAndAppsDoNot) {
       "<<HKDevice: 0x281307c50>, name:iPhone, manufacturer:Apple Inc., model:iPhone, "
       "hardware:iPhone12,3, software:14.0>";
   const SourceIdentifierRule rule;
-  const auto passes = [&](const std::string& name, const std::string& version,
-                          std::string_view device) {
-    return rule.identifierFor(name, version, device).find("com.apple.health") != std::string::npos;
-  };
-  // Device sources by their names, also localised and with a no-break space.
-  EXPECT_TRUE(passes("Anna's iPhone", "", ""));
-  EXPECT_TRUE(passes("User\u2019s Apple\u00a0Watch", "6.1.3", ""));
-  EXPECT_TRUE(passes("iPhone de Marie", "17.1", ""));
-  // A renamed watch, known by its device and its OS version.
-  EXPECT_TRUE(passes("\U0001F55B\U0001F550", "7.1", kWatchDevice));
+  // Device sources by their names, also localised and with a no-break space, and a renamed watch
+  // known by its device and OS version, pass; apps do not, even one that attaches the phone.
+  const std::tuple<const char*, const char*, std::string_view, bool> sources[] = {
+      {"Anna's iPhone", "", "", true},       {"User\u2019s Apple\u00a0Watch", "6.1.3", "", true},
+      {"iPhone de Marie", "17.1", "", true}, {"\U0001F55B\U0001F550", "7.1", kWatchDevice, true},
+      {"AutoSleep", "6.1", "", false},       {"AutoSleep", "7.4", kPhoneDevice, false},
+      {"Sleep Cycle", "", "", false},        {"WatchSleeper", "14.0", "", false},
+      {"com.apple.health", "1", "", false}};
+  for (const auto& [name, version, device, passes] : sources) {
+    EXPECT_EQ(
+        rule.identifierFor(name, version, device).find("com.apple.health") != std::string::npos,
+        passes)
+        << name;
+  }
   EXPECT_EQ(rule.identifierFor("Health", "17.0", ""), "com.apple.health");
-  // Apps, even one that attaches the phone's device to its samples.
-  EXPECT_FALSE(passes("AutoSleep", "6.1", ""));
-  EXPECT_FALSE(passes("AutoSleep", "7.4", kPhoneDevice));
-  EXPECT_FALSE(passes("Sleep Cycle", "", ""));
-  EXPECT_FALSE(passes("WatchSleeper", "14.0", ""));
-  EXPECT_FALSE(passes("com.apple.health", "1", ""));
   EXPECT_EQ(rule.identifierFor("Sleep Cycle", "", ""), "export.source.sleep-cycle");
-
   // Distinct names keep distinct identifiers; the rule is a pure function.
   const auto first = rule.identifierFor("\U0001F55B", "1", "");
   EXPECT_NE(first, rule.identifierFor("\U0001F51C", "1", ""));
@@ -329,7 +319,6 @@ TEST(ExportReaderTest, FindsTheExportInAZipByItsRootAndRefusesFilesThatAreNoExpo
     const auto result = readInto(dir.write(name, text), sink);
     ASSERT_TRUE(result.isFailure()) << name;
     EXPECT_EQ(result.error().code(), static_cast<std::int64_t>(ExportErrorCode::notAnExport));
-    EXPECT_NE(result.error().message().find("not an Apple Health export"), std::string::npos);
   }
   EXPECT_EQ(sink.records.size(), 1u);
   const auto missing = readInto(dir.file("missing.zip"), sink);
@@ -363,29 +352,30 @@ TEST(ExportReaderConcurrencyTest, ParallelSmallPartsGiveWhatOneThreadGives) {
   testing::TempDir dir;
   const auto path = dir.write("mixed.xml", exportWith(body));
 
-  ExportReadOptions serial;
-  serial.threads = 1;
+  const auto key = [](const platform::SampleRecord& r) {
+    return std::tuple(r.type, r.value, r.start, r.wasUserEntered, r.sourceBundleIdentifier);
+  };
+  const auto options = [](unsigned threads, std::size_t chunkBytes) {
+    ExportReadOptions result;
+    result.threads = threads;
+    result.chunkBytes = chunkBytes;
+    return result;
+  };
   CollectingSink expected;
-  const auto expectedReport = ExportReader(serial).read(path, expected);
+  const auto expectedReport =
+      ExportReader(options(1, ExportReadOptions().chunkBytes)).read(path, expected);
   ASSERT_TRUE(expectedReport.isSuccess());
   ASSERT_EQ(expected.records.size(), 3000u - 31u - 33u);
   EXPECT_EQ(expectedReport.value().count(ExportIssue::malformedXml), 31u);
   EXPECT_EQ(expectedReport.value().correlationRecordsSkipped, 33u);
 
   for (const std::size_t chunkBytes : {std::size_t{300}, std::size_t{4096}, std::size_t{65536}}) {
-    ExportReadOptions parallel;
-    parallel.threads = 2;
-    parallel.chunkBytes = chunkBytes;
     CollectingSink actual;
-    const auto report = ExportReader(parallel).read(path, actual);
+    const auto report = ExportReader(options(2, chunkBytes)).read(path, actual);
     ASSERT_TRUE(report.isSuccess());
     ASSERT_EQ(actual.records.size(), expected.records.size()) << chunkBytes;
     for (std::size_t i = 0; i < actual.records.size(); ++i) {
-      const auto& a = actual.records[i];
-      const auto& e = expected.records[i];
-      ASSERT_TRUE(a.type == e.type && a.value == e.value && a.start == e.start &&
-                  a.wasUserEntered == e.wasUserEntered &&
-                  a.sourceBundleIdentifier == e.sourceBundleIdentifier)
+      ASSERT_EQ(key(actual.records[i]), key(expected.records[i]))
           << "record " << i << " with parts of " << chunkBytes << " bytes";
     }
     EXPECT_EQ(report.value().warningLines(), expectedReport.value().warningLines());

@@ -3,6 +3,7 @@
 // database's answers with.
 #pragma once
 
+#include <gtest/gtest.h>
 #include <zip.h>
 
 #include <cstdio>
@@ -18,6 +19,7 @@
 
 #include "support/TempDir.h"
 #include "velk/ingest/ExportReader.h"
+#include "velk/ingest/ImportedHealthDatabase.h"
 #include "velk/platform/InMemoryHealthDatabase.h"
 
 namespace velk::testing {
@@ -64,14 +66,6 @@ inline std::string exportWith(const std::string& body) {
   return exportHead() + body + "</HealthData>\n";
 }
 
-/// One step-count record line as Apple writes it.
-inline std::string stepRecord(int steps, const std::string& start = "2024-03-10 08:30:00 +0100") {
-  return " <Record type=\"HKQuantityTypeIdentifierStepCount\" sourceName=\"Anna's iPhone\" "
-         "sourceVersion=\"17.3\" unit=\"count\" creationDate=\"" +
-         start + "\" startDate=\"" + start + "\" endDate=\"" + start + "\" value=\"" +
-         std::to_string(steps) + "\"/>\n";
-}
-
 /// A step-count record line from `source` whose value is written as given.
 inline std::string namedRecord(const std::string& source, const std::string& value = "5",
                                const std::string& start = "2024-03-10 08:30:00 +0100",
@@ -79,6 +73,11 @@ inline std::string namedRecord(const std::string& source, const std::string& val
   return " <Record type=\"HKQuantityTypeIdentifierStepCount\" sourceName=\"" + source +
          "\" unit=\"count\" startDate=\"" + start + "\" endDate=\"" + end + "\" value=\"" + value +
          "\"/>\n";
+}
+
+/// A step-count record line from the phone, of no length, starting at `start`.
+inline std::string stepRecord(int steps, const std::string& start = "2024-03-10 08:30:00 +0100") {
+  return namedRecord("Anna's iPhone", std::to_string(steps), start, start);
 }
 
 /// A sleep record line of stage `stage` (HKCategoryValueSleepAnalysis<stage>); `children`, when
@@ -161,6 +160,20 @@ inline std::vector<SampleValues> valuesOf(const std::vector<platform::StoredSamp
                         record.start.timeIntervalSinceReferenceDate(),
                         record.end.timeIntervalSinceReferenceDate(),
                         record.wasUserEntered ? (*record.wasUserEntered ? 2 : 1) : 0);
+  }
+  return values;
+}
+
+/// The step counts stored in the import database at `database`, in their order.
+inline std::vector<double> storedSteps(const std::filesystem::path& database) {
+  auto opened = ingest::ImportedHealthDatabase::open(database);
+  EXPECT_TRUE(opened.isSuccess()) << (opened.isFailure() ? opened.error().message() : "");
+  std::vector<double> values;
+  for (const auto& sample : opened.isSuccess()
+                                ? opened.value()->samples("HKQuantityTypeIdentifierStepCount",
+                                                          std::nullopt, std::nullopt)
+                                : std::vector<platform::StoredSample>{}) {
+    values.push_back(sample.value);
   }
   return values;
 }

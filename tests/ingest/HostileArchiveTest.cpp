@@ -41,7 +41,6 @@ TEST(HostileArchiveTest, AnArchiveCutAnywhereFailsWithAnErrorOrReadsWithAWarning
     const auto report = ExportReader().read(path, sink);
     if (report.isFailure()) {
       ++refused;
-      EXPECT_FALSE(report.error().message().empty());
       EXPECT_NE(report.error().message().find("cut.zip"), std::string::npos);
     } else {
       EXPECT_TRUE(report.value().hasWarnings());
@@ -65,15 +64,13 @@ TEST(HostileArchiveTest, AZipBombIsRefusedBeforeItUnpacks) {
   EXPECT_NE(refused.error().message().find("bomb.zip:apple_health_export/export.xml"),
             std::string::npos);
 
-  // The same archive within the limits reads completely; so does an ordinary one under them.
+  // The same archive within the limits reads completely.
   limits.maximumRatio = 2000;
   auto allowed = ExportSource::open(bomb, limits);
   ASSERT_TRUE(allowed.isSuccess()) << allowed.error();
   CollectingSink sink;
   ASSERT_TRUE(ExportReader().read(*allowed.value(), sink).isSuccess());
   EXPECT_EQ(sink.records.size(), 2u);
-  EXPECT_EQ(ArchiveLimits{}.allowedSize(1000), ArchiveLimits{}.alwaysAllowed);
-  EXPECT_EQ(ArchiveLimits{}.allowedSize(std::uint64_t{1} << 40), ArchiveLimits{}.ceiling);
 }
 
 // Rewrites the uncompressed size that the archive's only entry declares, in its local header

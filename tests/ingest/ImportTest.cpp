@@ -18,6 +18,7 @@ namespace {
 
 using testing::exportOf;
 using testing::realExport;
+using testing::storedSteps;
 using testing::valuesOf;
 
 std::shared_ptr<ImportedHealthDatabase> importAndOpen(const std::filesystem::path& exportPath,
@@ -27,19 +28,6 @@ std::shared_ptr<ImportedHealthDatabase> importAndOpen(const std::filesystem::pat
   auto opened = ImportedHealthDatabase::open(database);
   EXPECT_TRUE(opened.isSuccess()) << (opened.isFailure() ? opened.error().message() : "");
   return opened.isSuccess() ? opened.value() : nullptr;
-}
-
-std::vector<double> storedSteps(const std::filesystem::path& database) {
-  auto opened = ImportedHealthDatabase::open(database);
-  EXPECT_TRUE(opened.isSuccess());
-  std::vector<double> values;
-  if (opened.isSuccess()) {
-    for (const auto& sample :
-         opened.value()->samples("HKQuantityTypeIdentifierStepCount", std::nullopt, std::nullopt)) {
-      values.push_back(sample.value);
-    }
-  }
-  return values;
 }
 
 // One database through its life: made, replaced by a second import, kept by failed ones.
@@ -113,21 +101,30 @@ TEST(ImportTest, WarningsOfTheExportAndProgressReachTheCaller) {
   EXPECT_NE(opened.value()->importInfo().at("export").find("export.xml"), std::string::npos);
 }
 
-// Every type of every real export, over open and closed windows of many sizes and places:
+// Every type of every real export and of one with samples that last weeks (a wrong clock, a long
+// sleep record), over open and closed windows of many sizes and places, on four threads at once:
 // the database answers exactly as the in-memory store of the same export, in the same order.
-TEST(ImportedDatabaseTest, AnswersEveryWindowAsTheInMemoryStoreOfTheSameExport) {
+TEST(ImportedDatabaseConcurrencyTest, AnswersEveryWindowAsTheInMemoryStoreOfTheSameExport) {
   const testing::TempDir dir;
-  for (const char* name : {"watch5-2020/export.xml", "curated-2021/sampleexport.xml",
-                           "curated-2021/sampleexport-2.xml"}) {
-    SCOPED_TRACE(name);
-    const auto memory = testing::readIntoMemory(realExport(name));
-    const auto database = importAndOpen(realExport(name), dir.file("health.db"));
+  const auto longSamples =
+      dir.write("long.xml",
+                testing::exportWith(
+                    testing::sleepRecord("InBed", "Clock", "2024-03-01 22:00:00 +0000",
+                                         "2024-03-20 07:00:00 +0000") +
+                    testing::sleepRecord("AsleepCore", "Anna's iPhone", "2024-03-10 23:00:00 +0000",
+                                         "2024-03-11 06:00:00 +0000")));
+  for (const auto& path :
+       {realExport("watch5-2020/export.xml"), realExport("curated-2021/sampleexport.xml"),
+        realExport("curated-2021/sampleexport-2.xml"), longSamples}) {
+    SCOPED_TRACE(path);
+    const auto memory = testing::readIntoMemory(path);
+    const auto database = importAndOpen(path, dir.file("health.db"));
     ASSERT_TRUE(memory && database);
     EXPECT_EQ(database->sampleCount(), memory->sampleCount());
 
     testing::CollectingSink sink;
-    ASSERT_TRUE(ExportReader().read(realExport(name), sink).isSuccess());
-    std::set<std::string> types;
+    ASSERT_TRUE(ExportReader().read(path, sink).isSuccess());
+    std::set<std::string> types = {"HKQuantityTypeIdentifierBodyMass"};  // perhaps absent
     double earliest = 1e18;
     double latest = -1e18;
     for (const auto& record : sink.records) {
@@ -135,8 +132,7 @@ TEST(ImportedDatabaseTest, AnswersEveryWindowAsTheInMemoryStoreOfTheSameExport) 
       earliest = std::min(earliest, record.start.timeIntervalSinceReferenceDate());
       latest = std::max(latest, record.end.timeIntervalSinceReferenceDate());
     }
-    types.insert("HKQuantityTypeIdentifierBodyMass");  // perhaps absent: both answer nothing
-    for (const std::string& type : types) {
+    const auto compare = [&](const std::string& type) {
       SCOPED_TRACE(type);
       EXPECT_EQ(valuesOf(database->samples(type, std::nullopt, std::nullopt)),
                 valuesOf(memory->samples(type, std::nullopt, std::nullopt)));
@@ -152,52 +148,38 @@ TEST(ImportedDatabaseTest, AnswersEveryWindowAsTheInMemoryStoreOfTheSameExport) 
         ASSERT_EQ(valuesOf(database->samples(type, start, std::nullopt)),
                   valuesOf(memory->samples(type, start, std::nullopt)));
       }
+    };
+    std::vector<std::thread> threads;
+    for (int t = 0; t < 4; ++t) {
+      threads.emplace_back([&, t] {
+        int index = 0;
+        for (const std::string& type : types) {
+          if (index++ % 4 == t) {
+            compare(type);
+          }
+        }
+      });
+    }
+    for (auto& thread : threads) {
+      thread.join();
     }
     EXPECT_EQ(database->characteristics().dateOfBirth, memory->characteristics().dateOfBirth);
     EXPECT_EQ(database->characteristics().biologicalSex, memory->characteristics().biologicalSex);
   }
 }
 
-// A sample that lasts weeks (a wrong clock, a long sleep record) is found from any day inside
-// it, and does not hide the short samples around it.
-TEST(ImportedDatabaseTest, FindsSamplesLongerThanADayFromAnyDayInside) {
-  const testing::TempDir dir;
-  const auto exportPath =
-      dir.write("export.xml",
-                testing::exportWith(
-                    testing::sleepRecord("InBed", "Clock", "2024-03-01 22:00:00 +0000",
-                                         "2024-03-20 07:00:00 +0000") +
-                    testing::sleepRecord("AsleepCore", "Anna's iPhone", "2024-03-10 23:00:00 +0000",
-                                         "2024-03-11 06:00:00 +0000")));
-  const auto database = importAndOpen(exportPath, dir.file("health.db"));
-  ASSERT_TRUE(database);
-  const auto memory = testing::readIntoMemory(exportPath);
-  for (int day = 0; day < 25; ++day) {
-    const Date noon = testing::utcDate(2024, 2, 28, 12).addingTimeInterval(day * 86400.0);
-    const auto answer = database->samples("HKCategoryTypeIdentifierSleepAnalysis",
-                                          noon.addingTimeInterval(-86400), noon);
-    EXPECT_EQ(valuesOf(answer), valuesOf(memory->samples("HKCategoryTypeIdentifierSleepAnalysis",
-                                                         noon.addingTimeInterval(-86400), noon)));
-    EXPECT_EQ(answer.size(), day >= 3 && day <= 21 ? (day == 12 ? 2u : 1u) : 0u) << day;
-  }
-}
-
 TEST(ImportedDatabaseTest, RefusesFilesThatAreNoImportDatabaseWithAClearError) {
   const testing::TempDir dir;
-  const auto expectRefused = [](const std::filesystem::path& path, DatabaseErrorCode code,
-                                const std::string& says) {
+  const auto expectRefused = [](const std::filesystem::path& path, DatabaseErrorCode code) {
     const auto opened = ImportedHealthDatabase::open(path);
     ASSERT_TRUE(opened.isFailure()) << path;
     EXPECT_EQ(opened.error().domain(), kImportDatabaseErrorDomain);
     EXPECT_EQ(opened.error().code(), static_cast<std::int64_t>(code));
     EXPECT_NE(opened.error().message().find(path.string()), std::string::npos);
-    EXPECT_NE(opened.error().message().find(says), std::string::npos) << opened.error().message();
   };
-  expectRefused(dir.file("missing.db"), DatabaseErrorCode::cannotOpen, "no such");
-  expectRefused(dir.write("text.db", std::string(5000, 'x')), DatabaseErrorCode::notADatabase,
-                "not an SQLite database");
-  expectRefused(realExport("watch5-2020/export.xml"), DatabaseErrorCode::notADatabase,
-                "not a health database");
+  expectRefused(dir.file("missing.db"), DatabaseErrorCode::cannotOpen);
+  expectRefused(dir.write("text.db", std::string(5000, 'x')), DatabaseErrorCode::notADatabase);
+  expectRefused(realExport("watch5-2020/export.xml"), DatabaseErrorCode::notADatabase);
 
   // SQLite, but someone else's; then ours, but from a later format.
   const auto edit = [](const std::filesystem::path& path, const char* sql) {
@@ -208,33 +190,11 @@ TEST(ImportedDatabaseTest, RefusesFilesThatAreNoImportDatabaseWithAClearError) {
   };
   edit(dir.file("other.db"),
        "CREATE TABLE meta(key, value); INSERT INTO meta VALUES('format','x');");
-  expectRefused(dir.file("other.db"), DatabaseErrorCode::notADatabase, "not a health database");
+  expectRefused(dir.file("other.db"), DatabaseErrorCode::notADatabase);
   const auto ours = dir.file("ours.db");
   ASSERT_TRUE(importExport(realExport("watch5-2020/export.xml"), ours).isSuccess());
   edit(ours, "UPDATE meta SET value = '99' WHERE key = 'version';");
-  expectRefused(ours, DatabaseErrorCode::wrongVersion, "import the export again");
-}
-
-TEST(ImportedDatabaseConcurrencyTest, ManyThreadsQueryOneDatabaseAndAgree) {
-  const testing::TempDir dir;
-  const auto database = importAndOpen(realExport("watch5-2020/export.xml"), dir.file("h.db"));
-  ASSERT_TRUE(database);
-  const std::string type = "HKQuantityTypeIdentifierActiveEnergyBurned";
-  const auto expected = valuesOf(database->samples(type, std::nullopt, std::nullopt));
-  ASSERT_FALSE(expected.empty());
-  std::atomic<int> agreed{0};
-  std::vector<std::thread> threads;
-  for (int t = 0; t < 4; ++t) {
-    threads.emplace_back([&] {
-      for (int i = 0; i < 10; ++i) {
-        agreed += valuesOf(database->samples(type, std::nullopt, std::nullopt)) == expected;
-      }
-    });
-  }
-  for (auto& thread : threads) {
-    thread.join();
-  }
-  EXPECT_EQ(agreed.load(), 40);
+  expectRefused(ours, DatabaseErrorCode::wrongVersion);
 }
 
 }  // namespace

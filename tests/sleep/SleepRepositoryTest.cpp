@@ -1,12 +1,12 @@
 #include <gtest/gtest.h>
 
 #include <string>
-#include <thread>
 #include <vector>
 
 #include "sleep/SleepTestStore.h"
 #include "velk/documents/SleepDocument.h"
 #include "velk/healthstore/AppleHealthErrors.h"
+#include "velk/platform/HealthDatabase.h"
 #include "velk/sleep/SleepRepository.h"
 
 namespace velk {
@@ -17,11 +17,16 @@ using SleepResult = Result<std::optional<VelkSleepData>>;
 using Json = nlohmann::json;
 constexpr const char* kSleepType = "HKCategoryTypeIdentifierSleepAnalysis";
 
+// One request, answered on the store's queue; the repository is kept until the answer is in.
 SleepResult requestSleep(Date date) {
-  testing::Completions<SleepResult> completions;
-  const auto repository = SleepRepository::make();  // kept until the answer is in
-  repository->getSleepData(date, completions.completion());
-  return completions.wait().value_or(SleepResult::failure(Error("test", 0, "no answer")));
+  const auto repository = SleepRepository::make();
+  const auto storeQueue = platform::HealthDatabase::ofCurrentDevice()->callbackQueue();
+  return testing::firstAnswer<SleepResult>([&](auto done) {
+    repository->getSleepData(date, [storeQueue, done](SleepResult result) {
+      EXPECT_TRUE(storeQueue->isCurrent());
+      done(std::move(result));
+    });
+  });
 }
 
 SleepDurationRelatedData nightOf(const SleepResult& result) {
@@ -106,20 +111,6 @@ TEST(SleepRepositoryTest, HealthAppSamplesOnlyStagesFromSystem16AndOverlapsCount
   }
 }
 
-TEST(SleepRepositoryTest, AnEmptyNightIsAZeroDocumentEndingNowAndTheDateIsStoredAsGiven) {
-  const Date now = testing::utcDate(2024, 3, 10, 9, 15, 30.5);
-  testing::SleepTestStore store(Json{{"samples", Json::array()}},
-                                {.timeZone = "Europe/Berlin", .now = now});
-  const Date later = store.device().localDate(2024, 3, 10, 8, 30, 15.25);
-  const SleepResult result = requestSleep(later);
-  EXPECT_EQ(nightOf(result), (SleepDurationRelatedData{now, now, now}));
-  EXPECT_EQ(result.value()->dataStructure, "sleep_health");
-  EXPECT_EQ(storedSleepDate(), later);
-  const Date earlier = store.device().localDate(2024, 1, 5, 23, 59);
-  ASSERT_TRUE(requestSleep(earlier).isSuccess());
-  EXPECT_EQ(storedSleepDate(), earlier);
-}
-
 TEST(SleepRepositoryTest, NoListOrAListWithAForeignKindGivesNoDocumentButMovesTheDate) {
   Json quantity = sleepSample(1, "2024-03-10T01:00:00Z", "2024-03-10T02:00:00Z");
   quantity.update({{"kind", "quantity"}, {"unit", "count"}});
@@ -137,27 +128,13 @@ TEST(SleepRepositoryTest, NoListOrAListWithAForeignKindGivesNoDocumentButMovesTh
   }
 }
 
-TEST(SleepRepositoryTest, FailuresPassTheStoresErrorOnAndLeaveTheDateAlone) {
-  const Date before = testing::utcDate(2024, 2, 1);
-  {
-    testing::SleepTestStore store(
-        Json{{"query_errors", {{kSleepType, {{"code", 5}, {"message", "no"}}}}}});
-    ExtractionLastDateStorage().storeLastDate(before, VelkDataType::sleepSummary);
-    const SleepResult result = requestSleep(testing::utcDate(2024, 3, 10));
-    ASSERT_TRUE(result.isFailure());
-    EXPECT_TRUE(result.error().isSameInstance(*store.database().queryError(kSleepType)));
-    EXPECT_EQ(storedSleepDate(), before);
-  }
-  {
-    // An unknown sleep type fails before getSleepData returns, on the caller's thread.
-    testing::SleepTestStore store(Json{{"unknown_types", {kSleepType}}});
-    testing::Completions<SleepResult> completions;
-    SleepRepository::make()->getSleepData(testing::utcDate(2024, 3, 10), completions.completion());
-    ASSERT_EQ(completions.values().size(), 1u);
-    EXPECT_TRUE(
-        errorIs(completions.values()[0].error(), AppleHealthErrors::sampleTypeNotAvailable));
-    EXPECT_EQ(storedSleepDate(), std::nullopt);
-  }
+TEST(SleepRepositoryTest, AnUnknownSleepTypeFailsOnTheCallersThreadAndLeavesTheDateAlone) {
+  testing::SleepTestStore store(Json{{"unknown_types", {kSleepType}}});
+  testing::Completions<SleepResult> completions;
+  SleepRepository::make()->getSleepData(testing::utcDate(2024, 3, 10), completions.completion());
+  ASSERT_EQ(completions.values().size(), 1u);
+  EXPECT_TRUE(errorIs(completions.values()[0].error(), AppleHealthErrors::sampleTypeNotAvailable));
+  EXPECT_EQ(storedSleepDate(), std::nullopt);
 }
 
 // Releases the repository while the store's queue is held, so that the answer comes after.
@@ -184,26 +161,6 @@ TEST(SleepRepositoryConcurrencyTest, AReleasedRepositoryDropsASuccessButPassesAF
   const std::vector<SleepResult> results = requestAndRelease(store);
   ASSERT_EQ(results.size(), 1u);
   EXPECT_EQ(results[0].error().message(), "locked");
-}
-
-TEST(SleepRepositoryConcurrencyTest, RequestsFromSeveralThreadsEachCompleteOnceOnTheStoresQueue) {
-  testing::SleepTestStore store(Json{{"samples", Json::array()}});
-  const auto storeQueue = store.database().callbackQueue();
-  const auto repository = SleepRepository::make();
-  testing::Completions<bool> onStoreQueue;
-  {
-    std::vector<std::jthread> threads;
-    for (int i = 0; i < 4; ++i) {
-      threads.emplace_back([&, i] {
-        repository->getSleepData(testing::utcDate(2024, 3, 10 + i),
-                                 [storeQueue, done = onStoreQueue.completion()](SleepResult) {
-                                   done(storeQueue->isCurrent());
-                                 });
-      });
-    }
-  }
-  testing::drainQueue(*storeQueue);
-  EXPECT_EQ(onStoreQueue.values(), std::vector<bool>(4, true));
 }
 
 }  // namespace

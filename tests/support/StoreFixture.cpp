@@ -55,4 +55,18 @@ CollectionAnswer runCollectionQuery(const platform::HKHealthStore& store,
   return *result;
 }
 
+void drainQueue(platform::DispatchQueue& queue) {
+  Completions<bool> done;
+  queue.async([completion = done.completion()] { completion(true); });
+  ASSERT_TRUE(done.wait().has_value()) << "the queue never ran";
+}
+
+QueueGate::QueueGate(platform::DispatchQueue& queue) {
+  queue.async([opened = opened_] { opened.wait(); });
+}
+
+QueueGate::~QueueGate() {
+  opened_.completion()(true);
+}
+
 }  // namespace velk::testing
