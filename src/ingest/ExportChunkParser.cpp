@@ -240,15 +240,13 @@ pugi::xml_node lastElementChild(pugi::xml_node node) {
 }
 
 // The line on which an offset of the part lies. The bytes themselves no longer tell after the
-// parse, which moves decoded values over their escapes, so the line feeds found before count.
+// parse, which moves decoded values over their escapes, so the line feeds indexed before count.
 class LineCounter {
  public:
   explicit LineCounter(const ExportChunk& chunk) : chunk_(chunk) {}
 
   std::uint64_t lineAt(std::size_t offset) const {
-    const auto& feeds = chunk_.lineFeeds;
-    const auto before = std::lower_bound(feeds.begin(), feeds.end(), offset) - feeds.begin();
-    return chunk_.firstLine + static_cast<std::uint64_t>(before);
+    return chunk_.firstLine + chunk_.lines.feedsBefore(offset);
   }
 
  private:
@@ -575,17 +573,7 @@ bool isLineStartOfElement(std::string_view text, std::size_t at, std::string_vie
 }  // namespace
 
 std::uint64_t indexLines(ExportChunk& chunk) {
-  auto& feeds = chunk.lineFeeds;
-  feeds.clear();
-  const char* const data = chunk.bytes.data();
-  const char* const end = data + chunk.bytes.size();
-  for (const char* at = data;
-       (at = static_cast<const char*>(std::memchr(at, '\n', static_cast<std::size_t>(end - at)))) !=
-       nullptr;
-       ++at) {
-    feeds.push_back(static_cast<std::size_t>(at - data));
-  }
-  return feeds.size();
+  return chunk.lines.build(chunk.bytes);
 }
 
 ChunkResult parseChunk(ExportChunk& chunk, const ChunkContext& context) {

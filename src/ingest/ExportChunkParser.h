@@ -11,6 +11,7 @@
 #include <string_view>
 #include <vector>
 
+#include "LineIndex.h"
 #include "velk/ingest/ExportReport.h"
 #include "velk/ingest/SourceIdentifierRule.h"
 #include "velk/platform/SampleRecord.h"
@@ -20,12 +21,11 @@ namespace velk::ingest {
 struct ExportChunk {
   std::string bytes;
   std::uint64_t firstLine = 1;  ///< the file's line on which `bytes` starts
-  /// The offsets of the line feeds in `bytes`, ascending: taken before the parse alters the
-  /// bytes, they give the line of any offset (see indexLines).
-  std::vector<std::size_t> lineFeeds;
+  /// The line feeds of `bytes`, taken before the parse alters them (see indexLines).
+  LineIndex lines;
 };
 
-/// Fills `chunk.lineFeeds` from its bytes; returns how many lines the part spans.
+/// Indexes the line feeds of `chunk.bytes`; returns how many lines the part spans.
 std::uint64_t indexLines(ExportChunk& chunk);
 
 struct ChunkResult {
