@@ -29,12 +29,17 @@ class CollectingSink final : public ingest::ExportSink {
   void characteristics(platform::Characteristics value) override { me = std::move(value); }
   void record(platform::SampleRecord value) override { records.push_back(std::move(value)); }
 
-  std::map<std::string, int> countsByType() const {
+  /// "Type=count" for every type, without the "HK...TypeIdentifier" prefix, in the order of names.
+  std::string countsByType() const {
     std::map<std::string, int> counts;
     for (const auto& one : records) {
-      ++counts[one.type];
+      ++counts[one.type.size() > 24 ? one.type.substr(24) : one.type];
     }
-    return counts;
+    std::string text;
+    for (const auto& [type, count] : counts) {
+      text += (text.empty() ? "" : " ") + type + "=" + std::to_string(count);
+    }
+    return text;
   }
   std::vector<double> values() const {
     std::vector<double> all;
@@ -53,11 +58,19 @@ inline std::filesystem::path realExport(const std::string& name) {
   return sourcePath("../shared/testdata/exports/" + name);
 }
 
+inline std::string repeated(const std::string& text, std::size_t times) {
+  std::string all;
+  all.reserve(text.size() * times);
+  while (times-- > 0) {
+    all += text;
+  }
+  return all;
+}
+
 /// The DTD-less start of an export up to and including <ExportDate>, one element per line (line
 /// 4 is the first line after it).
 inline std::string exportHead() {
-  return "<?xml version=\"1.0\" encoding=\"UTF-8\"?>\n"
-         "<HealthData locale=\"en_US\">\n"
+  return "<?xml version=\"1.0\" encoding=\"UTF-8\"?>\n<HealthData locale=\"en_US\">\n"
          " <ExportDate value=\"2024-03-20 10:00:00 +0100\"/>\n";
 }
 
@@ -129,39 +142,6 @@ inline bool writeZip(const std::filesystem::path& path,
     }
   }
   return zip_close(archive) == 0;
-}
-
-/// The in-memory store of the export at `path`, as a store file of the same records would be.
-/// Records whose unit names no unit are left out, as the import leaves them out.
-inline std::shared_ptr<platform::InMemoryHealthDatabase> readIntoMemory(
-    const std::filesystem::path& path) {
-  CollectingSink sink;
-  if (ingest::ExportReader().read(path, sink).isFailure()) {
-    return nullptr;
-  }
-  std::erase_if(sink.records, [](const platform::SampleRecord& record) {
-    return !platform::StoredSample::from(record);
-  });
-  return std::make_shared<platform::InMemoryHealthDatabase>(
-      platform::HealthDatabaseSettings{}, sink.me.value_or(platform::Characteristics{}),
-      sink.records);
-}
-
-using SampleValues = std::tuple<std::string, std::string, std::string, int, double, std::string,
-                                double, double, int>;
-
-/// Everything a sample says, in a form that compares and prints.
-inline std::vector<SampleValues> valuesOf(const std::vector<platform::StoredSample>& samples) {
-  std::vector<SampleValues> values;
-  for (const platform::StoredSample& sample : samples) {
-    const platform::SampleRecord record = sample.record();
-    values.emplace_back(record.type, record.sourceBundleIdentifier, record.sourceName,
-                        static_cast<int>(record.kind), record.value, record.unit,
-                        record.start.timeIntervalSinceReferenceDate(),
-                        record.end.timeIntervalSinceReferenceDate(),
-                        record.wasUserEntered ? (*record.wasUserEntered ? 2 : 1) : 0);
-  }
-  return values;
 }
 
 /// The step counts stored in the import database at `database`, in their order.

@@ -25,10 +25,7 @@ namespace {
 
 using testing::exportOf;
 using testing::readFile;
-
-std::size_t samplesIn(const std::filesystem::path& database) {
-  return testing::storedSteps(database).size();
-}
+using testing::storedSteps;
 
 TEST(ImportFaultTest, AnImportKilledAtAnyMomentLeavesAUsableDatabase) {
   testing::TempDir dir;
@@ -54,12 +51,12 @@ TEST(ImportFaultTest, AnImportKilledAtAnyMomentLeavesAUsableDatabase) {
     int status = 0;
     ::waitpid(child, &status, 0);
     // Killed: the small database; finished first: the large one. Never anything else.
-    const auto count = samplesIn(database);
+    const auto count = storedSteps(database).size();
     EXPECT_TRUE(count == 10 || count == 60000) << "run " << run << ": " << count << " samples";
   }
   // Whatever the killed imports left beside the database, the next one succeeds.
   ASSERT_TRUE(importExport(dir.write("again.xml", exportOf(20)), database).isSuccess());
-  EXPECT_EQ(samplesIn(database), 20u);
+  EXPECT_EQ(storedSteps(database).size(), 20u);
 }
 
 TEST(ImportFaultTest, ACorruptDatabaseIsRefusedAndAnImportReplacesIt) {
@@ -85,7 +82,7 @@ TEST(ImportFaultTest, ACorruptDatabaseIsRefusedAndAnImportReplacesIt) {
     }
   }
   ASSERT_TRUE(importExport(dir.write("b.xml", exportOf(7)), database).isSuccess());
-  EXPECT_EQ(samplesIn(database), 7u);
+  EXPECT_EQ(storedSteps(database).size(), 7u);
 }
 
 TEST(ImportFaultTest, ADatabaseLockedByAnotherConnectionStaysWholeForIt) {
@@ -102,41 +99,23 @@ TEST(ImportFaultTest, ADatabaseLockedByAnotherConnectionStaysWholeForIt) {
   }
   // The import writes a file of its own and puts it in place: the lock does not stop it.
   ASSERT_TRUE(importExport(dir.write("b.xml", exportOf(40)), database).isSuccess());
-  EXPECT_EQ(samplesIn(database), 40u);
+  EXPECT_EQ(storedSteps(database).size(), 40u);
   // The holder still reads the database it locked (its tables are there).
   EXPECT_EQ(sqlite3_exec(holder, "SELECT * FROM meta", nullptr, nullptr, nullptr), SQLITE_OK);
   sqlite3_exec(holder, "COMMIT", nullptr, nullptr, nullptr);
   sqlite3_close(holder);
 }
 
-// A tmpfs of four MiB mounted for one test; tests that need it are skipped where mounting is not
-// allowed (not root, or a container without the capability).
-class SmallDisk {
- public:
-  SmallDisk() : mounted_(::mount("tmpfs", dir_.path().c_str(), "tmpfs", 0, "size=4m") == 0) {}
-  ~SmallDisk() {
-    if (mounted_) {
-      ::umount2(dir_.path().c_str(), MNT_DETACH);
-    }
-  }
-  SmallDisk(const SmallDisk&) = delete;
-  SmallDisk& operator=(const SmallDisk&) = delete;
-  bool mounted() const { return mounted_; }
-  std::filesystem::path file(const std::string& name) const { return dir_.file(name); }
-  bool makeReadOnly() const {
-    return ::mount("tmpfs", dir_.path().c_str(), "tmpfs", MS_REMOUNT | MS_RDONLY, "size=4m") == 0;
-  }
-
- private:
-  testing::TempDir dir_;
-  bool mounted_;
-};
-
+// A tmpfs of four MiB; skipped where mounting is not allowed (not root, or a container without
+// the capability).
 TEST(ImportFaultTest, AFullOrReadOnlyDiskFailsTheImportAndKeepsTheOldDatabase) {
-  SmallDisk disk;
-  if (!disk.mounted()) {
+  const testing::TempDir disk;
+  const std::string at = disk.path().string();
+  if (::mount("tmpfs", at.c_str(), "tmpfs", 0, "size=4m") != 0) {
     GTEST_SKIP() << "cannot mount a small tmpfs here";
   }
+  const std::unique_ptr<const char, void (*)(const char*)> unmount(
+      at.c_str(), [](const char* path) { ::umount2(path, MNT_DETACH); });
   testing::TempDir dir;
   const auto database = disk.file("health.db");
   ASSERT_TRUE(importExport(dir.write("small.xml", exportOf(10)), database).isSuccess());
@@ -149,7 +128,7 @@ TEST(ImportFaultTest, AFullOrReadOnlyDiskFailsTheImportAndKeepsTheOldDatabase) {
   const auto full = importExport(dir.write("large.xml", exportOf(40000)), database);
   ASSERT_TRUE(full.isFailure());
   EXPECT_EQ(full.error().domain(), kImportDatabaseErrorDomain);
-  EXPECT_EQ(samplesIn(database), 10u);
+  EXPECT_EQ(storedSteps(database).size(), 10u);
   EXPECT_FALSE(std::filesystem::exists(disk.file("health.db.importing")))
       << "a failed import left its partial file on the full disk";
   // With the space freed, an import succeeds.
@@ -157,12 +136,12 @@ TEST(ImportFaultTest, AFullOrReadOnlyDiskFailsTheImportAndKeepsTheOldDatabase) {
   const auto fits = importExport(dir.write("b.xml", exportOf(12)), database);
   ASSERT_TRUE(fits.isSuccess()) << fits.error().message();
 
-  ASSERT_TRUE(disk.makeReadOnly());
+  ASSERT_EQ(::mount("tmpfs", at.c_str(), "tmpfs", MS_REMOUNT | MS_RDONLY, "size=4m"), 0);
   const auto readOnly = importExport(dir.write("c.xml", exportOf(5)), database);
   ASSERT_TRUE(readOnly.isFailure());
   EXPECT_NE(readOnly.error().message().find("health.db"), std::string::npos)
       << readOnly.error().message();
-  EXPECT_EQ(samplesIn(database), 12u);
+  EXPECT_EQ(storedSteps(database).size(), 12u);
 }
 
 TEST(ImportFaultTest, TwoProcessesWritingOneUserDefaultsStoreLoseNoWrite) {

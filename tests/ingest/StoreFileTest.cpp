@@ -1,5 +1,7 @@
 #include <gtest/gtest.h>
 
+#include <nlohmann/json.hpp>
+
 #include "support/TempDir.h"
 #include "support/TestDevice.h"
 #include "velk/ingest/StoreFile.h"
@@ -7,17 +9,13 @@
 namespace velk::ingest {
 namespace {
 
+using nlohmann::json;
 using testing::utcDate;
 
-std::string withSample(const std::string& fields) {
-  return R"({"samples": [{"type": "HKQuantityTypeIdentifierStepCount",
-             "start": "2024-03-10T08:00:00Z", "end": "2024-03-10T08:10:00Z", "value": 1)" +
-         fields + "}]}";
-}
-
-TEST(StoreFileTest, ReadsSamplesWithTheirDefaultsAndOffsets) {
-  const auto contents = StoreFile::parse(R"({
-    "date_of_birth": null, "biological_sex": 7,
+TEST(StoreFileTest, ReadsSamplesWithTheirDefaultsAndOffsetsIntoADatabase) {
+  const std::string text = R"({
+    "date_of_birth": null, "biological_sex": {"error": {"code": 6, "message": "Protected"}},
+    "unknown_types": ["HKQuantityTypeIdentifierStepCount"],
     "samples": [
       {"type": "HKCategoryTypeIdentifierSleepAnalysis", "start": "2024-03-09T23:10:00+01:00",
        "end": "2024-03-10T06:40:00.250+01:00", "value": 3, "source": "com.apple.health.8D2F3A",
@@ -25,8 +23,8 @@ TEST(StoreFileTest, ReadsSamplesWithTheirDefaultsAndOffsets) {
       {"type": "HKQuantityTypeIdentifierBodyMass", "start": "2024-03-10T08:00:00-05:30",
        "end": "2024-03-10T08:00:00-05:30", "value": 160, "unit": "lb"},
       {"type": "HKQuantityTypeIdentifierHeartRate", "start": "2024-03-10T08:00:00Z",
-       "end": "2024-03-10T08:00:00Z", "value": 61.5}]})",
-                                         "store.json");
+       "end": "2024-03-10T08:00:00Z", "value": 61.5}]})";
+  const auto contents = StoreFile::parse(text, "store.json");
   ASSERT_TRUE(contents.isSuccess()) << contents.error().message();
   const auto& samples = contents.value().samples;
   ASSERT_EQ(samples.size(), 3u);
@@ -42,34 +40,46 @@ TEST(StoreFileTest, ReadsSamplesWithTheirDefaultsAndOffsets) {
   EXPECT_FALSE(samples[2].wasUserEntered);
   EXPECT_EQ(std::get<platform::DateComponents>(contents.value().characteristics.dateOfBirth),
             platform::DateComponents{});
-  EXPECT_EQ(std::get<std::int64_t>(contents.value().characteristics.biologicalSex), 7);
   EXPECT_TRUE(contents.value().settings.healthDataAvailable);
+
+  testing::TempDir folder;
+  const auto database = StoreFile::load(folder.write("store.json", text));
+  ASSERT_TRUE(database.isSuccess()) << database.error().message();
+  EXPECT_FALSE(database.value()->knowsType("HKQuantityTypeIdentifierStepCount"));
+  EXPECT_EQ(database.value()->sampleCount(), 3u);
+  EXPECT_EQ(std::get<Error>(database.value()->characteristics().biologicalSex).message(),
+            "Protected");
+  const auto missing = StoreFile::load(folder.file("absent.json"));
+  ASSERT_TRUE(missing.isFailure());
+  EXPECT_NE(missing.error().message().find("absent.json"), std::string::npos);
+}
+
+// A store file of one step sample, changed by `changes` (a null removes a key).
+std::string withSample(const json& changes) {
+  json sample = {{"type", "HKQuantityTypeIdentifierStepCount"},
+                 {"start", "2024-03-10T08:00:00Z"},
+                 {"end", "2024-03-10T08:10:00Z"},
+                 {"value", 1}};
+  sample.merge_patch(changes);
+  return json{{"samples", json::array({sample})}}.dump();
 }
 
 TEST(StoreFileTest, ErrorsNameTheFileThePathAndTheProblem) {
   const std::vector<std::pair<std::string, std::string>> cases = {
-      {withSample(R"(, "colour": "red")"), "store.json: samples[0].colour: unknown key"},
-      {withSample(R"(, "unit": "kilograms")"), "samples[0].unit: unknown unit \"kilograms\""},
-      {withSample(R"(, "unit": "kg")"), "samples[0].unit: \"kg\" cannot measure"},
-      {withSample(R"(, "metadata": {"HKWasUserEntered": "yes"})"),
+      {withSample({{"colour", "red"}}), "store.json: samples[0].colour: unknown key"},
+      {withSample({{"unit", "kilograms"}}), "samples[0].unit: unknown unit \"kilograms\""},
+      {withSample({{"unit", "kg"}}), "samples[0].unit: \"kg\" cannot measure"},
+      {withSample({{"metadata", {{"HKWasUserEntered", "yes"}}}}),
        "samples[0].metadata.HKWasUserEntered: expected true or false"},
-      {withSample(R"(, "kind": "workout")"), "samples[0].kind: expected \"quantity\""},
-      {R"({"samples": [{"type": "HKQuantityTypeIdentifierStepCount", "value": 1,
-           "start": "2024-03-10 08:00:00", "end": "2024-03-10T08:00:00Z"}]})",
+      {withSample({{"kind", "workout"}}), "samples[0].kind: expected \"quantity\""},
+      {withSample({{"start", "2024-03-10 08:00:00"}}),
        "samples[0].start: expected an ISO 8601 date"},
-      {R"({"samples": [{"type": "HKQuantityTypeIdentifierStepCount", "value": 1,
-           "start": "2024-02-30T08:00:00Z", "end": "2024-03-10T08:00:00Z"}]})",
-       "samples[0].start: expected an ISO 8601"},
-      {R"({"samples": [{"type": "HKQuantityTypeIdentifierStepCount", "value": 1,
-           "start": "2024-03-10T09:00:00Z", "end": "2024-03-10T08:00:00Z"}]})",
+      {withSample({{"start", "2024-02-30T08:00:00Z"}}), "samples[0].start: expected an ISO 8601"},
+      {withSample({{"start", "2024-03-10T09:00:00Z"}}),
        "samples[0].end: the sample ends before it starts"},
-
-      {R"({"samples": [{"type": "HKCategoryTypeIdentifierSleepAnalysis", "value": 2.5,
-           "start": "2024-03-10T08:00:00Z", "end": "2024-03-10T08:00:00Z"}]})",
+      {withSample({{"type", "HKCategoryTypeIdentifierSleepAnalysis"}, {"value", 2.5}}),
        "samples[0].value: expected an integer"},
-      {R"({"samples": [{"type": "HKQuantityTypeIdentifierStepCount", "value": 1,
-           "start": "2024-03-10T08:00:00Z"}]})",
-       "samples[0]: missing \"end\""},
+      {withSample({{"end", nullptr}}), "samples[0]: missing \"end\""},
       {R"({"query_errors": {"HKQuantityTypeIdentifierHeartRate": {"code": "5", "message": "x"}}})",
        "query_errors.HKQuantityTypeIdentifierHeartRate.code: expected an integer, found string"},
       {R"({"date_of_birth": "15.06.1990"})", "date_of_birth: expected a day"},
@@ -87,26 +97,6 @@ TEST(StoreFileTest, ErrorsNameTheFileThePathAndTheProblem) {
   const auto notJson = StoreFile::parse("{\"samples\": [", "broken.json");
   ASSERT_TRUE(notJson.isFailure());
   EXPECT_EQ(notJson.error().code(), static_cast<std::int64_t>(StoreFileErrorCode::notJson));
-}
-
-TEST(StoreFileTest, LoadsAFileIntoADatabaseThatBehavesAsItSays) {
-  testing::TempDir folder;
-  const auto path = folder.write("store.json", R"({
-    "health_data_available": false, "unknown_types": ["HKQuantityTypeIdentifierStepCount"],
-    "biological_sex": {"error": {"code": 6, "message": "Protected"}},
-    "samples": [{"type": "HKQuantityTypeIdentifierStepCount", "start": "2024-03-10T08:00:00Z",
-                 "end": "2024-03-10T08:10:00Z", "value": 12}]})");
-  const auto database = StoreFile::load(path);
-  ASSERT_TRUE(database.isSuccess()) << database.error().message();
-  EXPECT_FALSE(database.value()->isHealthDataAvailable());
-  EXPECT_FALSE(database.value()->knowsType("HKQuantityTypeIdentifierStepCount"));
-  EXPECT_EQ(database.value()->sampleCount(), 1u);
-  const auto sex = database.value()->characteristics().biologicalSex;
-  EXPECT_EQ(std::get<Error>(sex).message(), "Protected");
-
-  const auto missing = StoreFile::load(folder.file("absent.json"));
-  ASSERT_TRUE(missing.isFailure());
-  EXPECT_NE(missing.error().message().find("absent.json"), std::string::npos);
 }
 
 }  // namespace
