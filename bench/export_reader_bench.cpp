@@ -78,9 +78,9 @@ class CountingSink final : public velk::ingest::ExportSink {
     ++count;
     benchmark::DoNotOptimize(record.value);
   }
-  void records(std::vector<velk::platform::SampleRecord>&& batch) override {
-    count += batch.size();
-    benchmark::DoNotOptimize(batch.data());
+  void records(velk::ingest::ExportRecordBatch&& batch) override {
+    count += batch.records.size();
+    benchmark::DoNotOptimize(batch.records.data());
   }
   std::size_t count = 0;
 };

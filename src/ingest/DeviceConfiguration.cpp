@@ -36,11 +36,6 @@ class CollectingSink final : public ExportSink {
       ++withoutUnit_;
     }
   }
-  void records(std::vector<platform::SampleRecord>&& batch) override {
-    for (auto& one : batch) {
-      record(std::move(one));
-    }
-  }
 
   std::shared_ptr<platform::InMemoryHealthDatabase> makeDatabase(
       platform::HealthDatabaseSettings settings) const {

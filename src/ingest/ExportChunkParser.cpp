@@ -16,7 +16,6 @@ namespace velk::ingest {
 namespace {
 
 using platform::SampleKind;
-using platform::SampleRecord;
 
 constexpr std::string_view kCategoryPrefix = "HKCategoryTypeIdentifier";
 
@@ -119,29 +118,47 @@ class AttributeText {
   std::string text_;
 };
 
-// The clean text of the last raw value seen in one attribute: records come in runs of one type
-// and source, so most values are the previous record's again and are cleaned only once.
-class RememberedText {
+// The index in a batch table of the clean text of a raw attribute value, the text added when
+// new. Records come in runs of one type and unit, so the last raw value is compared first; a map
+// by raw value holds the others, so that each distinct value is cleaned once.
+class InternedText {
  public:
-  std::optional<std::string_view> clean(std::string_view raw, std::uint64_t& controls) {
-    if (!known_ || raw != raw_) {
-      known_ = true;
-      raw_.assign(raw);
-      controlsInRaw_ = 0;
-      const auto cleaned = cleaner_.clean(raw, controlsInRaw_);
-      valid_ = cleaned.has_value();
-      clean_.assign(cleaned.value_or(std::string_view()));
+  explicit InternedText(std::vector<std::string>& table) : table_(table) {
+    for (std::size_t i = 0; i < table.size(); ++i) {
+      known_.emplace(table[i], Entry{static_cast<std::uint32_t>(i), 0});
     }
-    controls += controlsInRaw_;
-    return valid_ ? std::optional<std::string_view>(clean_) : std::nullopt;
+  }
+
+  /// The index, or nothing when the value is not UTF-8. `controls` counts the forbidden
+  /// characters that the clean text replaced.
+  std::optional<std::uint32_t> indexOf(std::string_view raw, std::uint64_t& controls) {
+    if (last_ == nullptr || raw != last_->first) {
+      key_.assign(raw);
+      auto found = known_.find(key_);
+      if (found == known_.end()) {
+        Entry entry;
+        if (const auto cleaned = cleaner_.clean(raw, entry.controls)) {
+          entry.index = static_cast<std::uint32_t>(table_.size());
+          table_.emplace_back(*cleaned);
+        }
+        found = known_.emplace(key_, entry).first;
+      }
+      last_ = &*found;  // map nodes stay where they are
+    }
+    controls += last_->second.controls;
+    return last_->second.index;
   }
 
  private:
+  struct Entry {
+    std::optional<std::uint32_t> index;  ///< nothing: not UTF-8
+    std::uint64_t controls = 0;
+  };
+  std::vector<std::string>& table_;
+  std::unordered_map<std::string, Entry> known_;
+  const std::pair<const std::string, Entry>* last_ = nullptr;
+  std::string key_;
   AttributeText cleaner_;
-  std::string raw_, clean_;
-  std::uint64_t controlsInRaw_ = 0;
-  bool known_ = false;
-  bool valid_ = false;
 };
 
 // Dates of one day and offset differ in their time only, and a reader meets two per record:
@@ -256,9 +273,13 @@ class LineCounter {
 class ChunkParser {
  public:
   ChunkParser(ExportChunk& chunk, const ChunkContext& context)
-      : chunk_(chunk), context_(context), lines_(chunk) {
+      : chunk_(chunk),
+        context_(context),
+        lines_(chunk),
+        types_(result_.batch.types),
+        units_(result_.batch.units) {
     // Apple's record lines are 250 to 450 bytes long.
-    result_.records.reserve(chunk.bytes.size() / 300);
+    result_.batch.records.reserve(chunk.bytes.size() / 300);
   }
 
   ChunkResult run() {
@@ -366,7 +387,7 @@ class ChunkParser {
     const auto frame = frames_.back();
     frames_.pop_back();
     if (frame == Frame::record) {
-      result_.records.push_back(std::move(pending_.back()));
+      result_.batch.records.push_back(pending_.back());
       pending_.pop_back();
       ++result_.report.recordsRead;
     } else if (frame == Frame::correlation) {
@@ -428,15 +449,15 @@ class ChunkParser {
       note(ExportIssue::unreadableDate, node, !start ? startDate : endDate);
       return Frame::skippedRecord;
     }
-    const auto cleanType = typeText_.clean(type, controls_);
-    const auto cleanUnit = unitText_.clean(unit, controls_);
+    const auto typeIndex = types_.indexOf(type, controls_);
+    const auto unitIndex = units_.indexOf(unit, controls_);
     const auto* source = sourceFor(sourceName, sourceVersion, device);
-    if (!cleanType || !cleanUnit || source == nullptr) {
+    if (!typeIndex || !unitIndex || source == nullptr) {
       note(ExportIssue::malformedXml, node, "not UTF-8");
       return Frame::skippedRecord;
     }
-    SampleRecord sample;
-    if (cleanType->substr(0, kCategoryPrefix.size()) == kCategoryPrefix) {
+    ExportRecord sample;
+    if (result_.batch.types[*typeIndex].starts_with(kCategoryPrefix)) {
       sample.kind = SampleKind::category;
       auto category = lookUp(kCategoryValues, value);
       if (!category) {
@@ -457,17 +478,16 @@ class ChunkParser {
       }
       sample.kind = SampleKind::quantity;
       sample.value = *number;
-      sample.unit = *cleanUnit;
+      sample.unit = *unitIndex;
     }
     if (context_.exportDate && *end > *context_.exportDate) {
       note(ExportIssue::dateAfterExport, node, endDate);
     }
-    sample.type = *cleanType;
+    sample.type = *typeIndex;
     sample.start = *start;
     sample.end = *end;
-    sample.sourceName = source->name;
-    sample.sourceBundleIdentifier = source->identifier;
-    pending_.push_back(std::move(sample));
+    sample.source = *source;
+    pending_.push_back(sample);
     return Frame::record;
   }
 
@@ -503,15 +523,11 @@ class ChunkParser {
     result_.characteristics = std::move(characteristics);
   }
 
-  struct Source {
-    std::string name;        ///< clean
-    std::string identifier;  ///< the bundle identifier that the rule gives it
-  };
-
-  // The source of a record from its raw attributes, or null when they are no UTF-8. Records
+  // The index in the batch's sources of a record's source, from its raw attributes, or null when
+  // they are no UTF-8. Records
   // come in runs from one source, so the last answer is kept; a map holds the rest.
-  const Source* sourceFor(std::string_view name, std::string_view version,
-                          std::string_view device) {
+  const std::uint32_t* sourceFor(std::string_view name, std::string_view version,
+                                 std::string_view device) {
     if (lastKnown_ && name == lastName_ && version == lastVersion_ && device == lastDevice_) {
       controls_ += lastControls_;
       return lastSource_;
@@ -526,9 +542,11 @@ class ChunkParser {
       const auto cleanVersion = versionText_.clean(version, entry.controls);
       const auto cleanDevice = deviceText_.clean(device, entry.controls);
       if (cleanName && cleanVersion && cleanDevice) {
-        entry.source =
-            Source{std::string(*cleanName),
-                   context_.sources->identifierFor(*cleanName, *cleanVersion, *cleanDevice)};
+        auto& sources = result_.batch.sources;
+        entry.source = static_cast<std::uint32_t>(sources.size());
+        sources.push_back(ExportRecordSource{
+            context_.sources->identifierFor(*cleanName, *cleanVersion, *cleanDevice),
+            std::string(*cleanName)});
       }
       found = sources_.emplace(std::move(key), std::move(entry)).first;
     }
@@ -548,19 +566,19 @@ class ChunkParser {
   ChunkResult result_;
   std::uint64_t controls_ = 0;
   std::vector<Frame> frames_;
-  std::vector<SampleRecord> pending_;  // the records whose element is open, innermost last
+  std::vector<ExportRecord> pending_;  // the records whose element is open, innermost last
   int correlationDepth_ = 0;
   DateReader dates_;
-  RememberedText typeText_, unitText_;
+  InternedText types_, units_;
   AttributeText nameText_, versionText_, deviceText_;
   struct SourceEntry {
-    std::optional<Source> source;  ///< nothing: not UTF-8
-    std::uint64_t controls = 0;    ///< forbidden characters replaced in the raw attributes
+    std::optional<std::uint32_t> source;  ///< nothing: not UTF-8
+    std::uint64_t controls = 0;           ///< forbidden characters replaced in the raw attributes
   };
   std::unordered_map<std::string, SourceEntry> sources_;
   std::string lastName_, lastVersion_, lastDevice_;
   std::uint64_t lastControls_ = 0;
-  const Source* lastSource_ = nullptr;
+  const std::uint32_t* lastSource_ = nullptr;
   bool lastKnown_ = false;
 };
 

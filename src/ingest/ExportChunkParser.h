@@ -12,6 +12,7 @@
 #include <vector>
 
 #include "LineIndex.h"
+#include "velk/ingest/ExportRecordBatch.h"
 #include "velk/ingest/ExportReport.h"
 #include "velk/ingest/SourceIdentifierRule.h"
 #include "velk/platform/SampleRecord.h"
@@ -29,7 +30,7 @@ struct ExportChunk {
 std::uint64_t indexLines(ExportChunk& chunk);
 
 struct ChunkResult {
-  std::vector<platform::SampleRecord> records;
+  ExportRecordBatch batch;
   std::optional<platform::Characteristics> characteristics;
   ExportReport report;
 };

@@ -80,11 +80,32 @@ class DatabaseWriter final : public ExportSink {
     characteristicsFound_ = true;
   }
 
-  void record(platform::SampleRecord record) override { add(record); }
+  void record(platform::SampleRecord record) override {
+    ExportRecordBatch batch;
+    batch.types.push_back(record.type);
+    batch.units.push_back(record.unit);
+    batch.sources.push_back(ExportRecordSource{record.sourceBundleIdentifier, record.sourceName});
+    batch.records.push_back(ExportRecord{record.start, record.end, record.value, 0, 1, 0,
+                                         record.kind, record.wasUserEntered});
+    records(std::move(batch));
+  }
 
-  void records(std::vector<platform::SampleRecord>&& batch) override {
-    for (const platform::SampleRecord& record : batch) {
-      add(record);
+  // The batch's texts are looked up once; each record then costs a few array reads.
+  void records(ExportRecordBatch&& batch) override {
+    batchTypes_.clear();
+    for (const auto& identifier : batch.types) {
+      batchTypes_.push_back(&typeEntry(identifier));
+    }
+    batchUnits_.clear();
+    for (const auto& text : batch.units) {
+      batchUnits_.push_back(unitId(text));
+    }
+    batchSources_.clear();
+    for (const auto& source : batch.sources) {
+      batchSources_.push_back(sourceId(source.bundleIdentifier, source.name));
+    }
+    for (const ExportRecord& record : batch.records) {
+      add(record, batch);
     }
     reportProgress(false);
   }
@@ -141,11 +162,12 @@ class DatabaseWriter final : public ExportSink {
     }
   };
 
-  void add(const platform::SampleRecord& record) {
+  void add(const ExportRecord& record, const ExportRecordBatch& batch) {
     PackedSample sample;
+    TypeEntry& type = *batchTypes_[record.type];
     if (record.kind == platform::SampleKind::quantity) {
-      const auto unit = storable_.accepts(record) ? unitId(record.unit) : std::nullopt;
-      if (!unit) {
+      const auto unit = batchUnits_[record.unit];
+      if (!unit || !isStorable(type, *unit, batch.types[record.type], batch.units[record.unit])) {
         ++withoutUnit_;  // no query could convert its value; the store would refuse it too
         return;
       }
@@ -155,11 +177,10 @@ class DatabaseWriter final : public ExportSink {
     sample.end = record.end.timeIntervalSinceReferenceDate();
     sample.value = record.value;
     sample.ordinal = ordinal_++;
-    sample.source = sourceId(record.sourceBundleIdentifier, record.sourceName);
+    sample.source = batchSources_[record.source];
     sample.kind = static_cast<std::uint8_t>(record.kind);
     sample.entered = layout::enteredCode(record.wasUserEntered);
 
-    TypeEntry& type = typeEntry(record.type);
     const bool isLong = sample.end - sample.start > layout::kLongSampleSeconds;
     const auto day = static_cast<std::int64_t>(std::floor(sample.start / 86400.0));
     Block& block = open_[BlockKey{type.id, isLong, isLong ? 0 : day}];
@@ -191,6 +212,23 @@ class DatabaseWriter final : public ExportSink {
     lastType_ = identifier;
     lastTypeEntry_ = &found->second;
     return found->second;
+  }
+
+  // Whether quantities of `type` in the unit `unitId` can be held (see isStorableQuantityUnit),
+  // remembered per type and unit.
+  bool isStorable(const TypeEntry& type, std::uint16_t unitId, const std::string& typeText,
+                  const std::string& unitText) {
+    const auto key = (static_cast<std::uint64_t>(type.id) << 16) | unitId;
+    if (key == lastStorableKey_) {
+      return lastStorable_;
+    }
+    auto [found, added] = storable_.try_emplace(key, false);
+    if (added) {
+      found->second = platform::isStorableQuantityUnit(typeText, unitText);
+    }
+    lastStorableKey_ = key;
+    lastStorable_ = found->second;
+    return lastStorable_;
   }
 
   std::optional<std::uint16_t> unitId(const std::string& text) {
@@ -380,7 +418,13 @@ class DatabaseWriter final : public ExportSink {
   std::uint64_t ordinal_ = 0;
   std::uint64_t stored_ = 0;
   std::uint64_t withoutUnit_ = 0;
-  platform::StorableRecordCheck storable_;
+  // The ids of the current batch's types, units and sources, by their index in the batch.
+  std::vector<TypeEntry*> batchTypes_;
+  std::vector<std::optional<std::uint16_t>> batchUnits_;
+  std::vector<std::uint32_t> batchSources_;
+  std::unordered_map<std::uint64_t, bool> storable_;  ///< by type id and unit id
+  std::uint64_t lastStorableKey_ = ~std::uint64_t{0};
+  bool lastStorable_ = false;
   platform::Characteristics characteristics_;
   bool characteristicsFound_ = false;
 };

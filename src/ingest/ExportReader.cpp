@@ -200,8 +200,8 @@ class Delivery {
     if (result.characteristics) {
       sink_.characteristics(std::move(*result.characteristics));
     }
-    if (!result.records.empty()) {
-      sink_.records(std::move(result.records));
+    if (!result.batch.empty()) {
+      sink_.records(std::move(result.batch));
     }
     report_.merge(result.report);
   }

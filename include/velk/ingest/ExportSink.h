@@ -2,8 +2,7 @@
 // of the file, on the thread that called the reader.
 #pragma once
 
-#include <vector>
-
+#include "velk/ingest/ExportRecordBatch.h"
 #include "velk/platform/SampleRecord.h"
 
 namespace velk::ingest {
@@ -17,10 +16,11 @@ class ExportSink {
 
   virtual void record(platform::SampleRecord record) = 0;
 
-  /// The records of one part of the file at once; override to store them in bulk.
-  virtual void records(std::vector<platform::SampleRecord>&& batch) {
-    for (auto& one : batch) {
-      record(std::move(one));
+  /// The records of one part of the file at once; override to store them in bulk without
+  /// building a SampleRecord (and its strings) for each.
+  virtual void records(ExportRecordBatch&& batch) {
+    for (const auto& one : batch.records) {
+      record(batch.sampleRecord(one));
     }
   }
 };
