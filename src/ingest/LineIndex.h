@@ -2,7 +2,7 @@
 // (the parse overwrites some of them and moves decoded values over their escapes), so that a
 // warning can name the line of any offset afterwards.
 //
-// One bit per byte and a running count per 64 bytes: two bits per byte, whatever the text. A
+// One bit per byte and a running count per 4 KiB: an eighth of the text, whatever it holds. A
 // list of line-feed offsets would cost 8 bytes per line, 8 times the text for empty lines.
 #pragma once
 
@@ -21,8 +21,11 @@ class LineIndex {
   std::uint64_t feedsBefore(std::size_t offset) const;
 
  private:
-  std::vector<std::uint64_t> feedBits_;         ///< bit k of word w: text[64 * w + k] is one
-  std::vector<std::uint64_t> feedsBeforeWord_;  ///< line feeds before word w
+  static constexpr std::size_t kWordsPerBlock = 64;
+
+  std::vector<std::uint64_t> feedBits_;          ///< bit k of word w: text[64 * w + k] is one
+  std::vector<std::uint64_t> feedsBeforeBlock_;  ///< line feeds before word kWordsPerBlock * b
+  std::uint64_t total_ = 0;
 };
 
 }  // namespace velk::ingest

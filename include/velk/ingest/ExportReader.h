@@ -24,7 +24,9 @@ namespace velk::ingest {
 
 struct ExportReadOptions {
   SourceIdentifierRule sources;
-  /// Threads that parse parts of the body; 1 parses on the calling thread.
+  /// Parts of the body parsed at once, each on a thread of its own, while the calling thread
+  /// cuts the next one (one more is started before the oldest is waited for); 1 parses on the
+  /// calling thread.
   unsigned threads = 2;
   /// The size of the parts handed to the parsers.
   std::size_t chunkBytes = std::size_t{4} << 20;
