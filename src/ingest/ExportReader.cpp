@@ -19,6 +19,7 @@ namespace velk::ingest {
 namespace {
 
 constexpr std::size_t kReadBlock = std::size_t{1} << 20;
+constexpr std::size_t kSmallestRoom = std::size_t{4} << 10;
 // A prologue longer than this is no export's: the export DTD is about 10 KiB.
 constexpr std::size_t kPrologueLimit = std::size_t{16} << 20;
 // A body without line breaks at top-level elements cannot be cut there; parts then grow to
@@ -97,17 +98,23 @@ class BodyCutter {
   }
 
  private:
+  // Reads into room made at the end of `pending_`. Making room zeroes it, so the room follows
+  // what the source returns: a whole block from files and archives, a little more than the
+  // last read from sources that return a few bytes at a time.
   Result<bool> fill() {
     const auto old = pending_.size();
-    pending_.resize(old + kReadBlock);
-    auto got = source_.read(pending_.data() + old, kReadBlock);
+    pending_.resize(old + room_);
+    auto got = source_.read(pending_.data() + old, room_);
     if (got.isFailure()) {
       pending_.resize(old);
       return Result<bool>::failure(got.error());
     }
-    pending_.resize(old + got.value());
-    eof_ = got.value() == 0;
-    if (const auto replaced = replaceControlCharacters(pending_.data() + old, got.value())) {
+    const auto size = got.value();
+    pending_.resize(old + size);
+    eof_ = size == 0;
+    room_ = size == room_ ? std::min(2 * room_, kReadBlock)
+                          : std::clamp(2 * size, kSmallestRoom, kReadBlock);
+    if (const auto replaced = replaceControlCharacters(pending_.data() + old, size)) {
       report_.noteMany(ExportIssue::controlCharacters, replaced);
     }
     return Result<bool>::success(true);
@@ -177,7 +184,8 @@ class BodyCutter {
   bool eof_ = false;
   bool finished_ = false;
   std::vector<std::string> spare_;
-  std::size_t scanned_ = 0;  ///< pending bytes already looked at by cutAt()
+  std::size_t room_ = kReadBlock;  ///< bytes asked of the source by the next read
+  std::size_t scanned_ = 0;        ///< pending bytes already looked at by cutAt()
   std::optional<std::size_t> cut_;
 };
 
