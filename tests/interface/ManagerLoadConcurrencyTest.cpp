@@ -38,11 +38,9 @@ std::size_t called(const CallCounts& counts) {
 }
 
 int most(const CallCounts& counts) {
-  int most = 0;
-  for (const auto& count : counts) {
-    most = std::max(most, count.load());
-  }
-  return most;
+  return std::max_element(counts.begin(), counts.end(),
+                          [](const auto& a, const auto& b) { return a.load() < b.load(); })
+      ->load();
 }
 
 void requestAll(VelkExtractionManager& manager, Date day, CallCounts& counts, std::size_t slot) {

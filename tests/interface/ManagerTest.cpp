@@ -75,11 +75,6 @@ TEST(ManagerTest, SleepFromAStoreFileInBothFormsAndItsEmptyAndFailedAnswers) {
         document->summaries.sleepRelatedData.sleepDurationRelatedData.deepSleepDurationSeconds,
         5400);
     EXPECT_EQ(sleepDictionary(manager, date), Answer(document->getDictionary(), std::nullopt));
-    // The three published per-kind getters all read the sleep entry.
-    EXPECT_EQ(manager.getLastExtractionDateOfSleep(), date);
-    EXPECT_EQ(manager.getLastExtractionDateOfPhysical(), date);
-    EXPECT_EQ(manager.getLastExtractionDateOfBody(), date);
-    EXPECT_EQ(manager.getLastExtractionDate(VelkDataType::bodySummary), std::nullopt);
   }
   {
     testing::SleepTestStore store(Json::object(), {}, [](auto& contents) {
@@ -136,7 +131,6 @@ TEST(ManagerTest, BodyInBothFormsOnTheMainQueue) {
   const Json dictionary = dictionaryOnMainQueue(
       device, [&](auto done) { manager.getBodySummaryObjc(requested, std::move(done)); });
   const auto& data = dictionary["summaries"]["body_data"];
-  EXPECT_EQ(dictionary["data_structure"], "body_health");
   EXPECT_EQ(data["body"]["weight_kg_number"], 77);   // 170 lb = 77.11 kg; the later 250 lb is out
   EXPECT_EQ(data["body"]["height_cm_number"], 178);  // 178.9 cm, truncated
   EXPECT_EQ(data["metadata"]["sources_of_data"], Json::array({"Apple Health"}));
@@ -146,16 +140,12 @@ TEST(ManagerTest, BodyInBothFormsOnTheMainQueue) {
   EXPECT_EQ(user["date_of_birth"], "1990-06-15");
   EXPECT_EQ(user["age"], 34);
   EXPECT_EQ(data["metadata"]["datetime"], requested.timeIntervalSinceReferenceDate());
-  EXPECT_EQ(manager.getLastExtractionDate(VelkDataType::bodySummary), requested);
-  // The published per-kind getter reads the sleep entry, which nothing has written.
-  EXPECT_EQ(manager.getLastExtractionDateOfBody(), std::nullopt);
 
   const auto typed = testing::answerOnMainQueue<Result<VelkBodyData>>(
       device.mainQueue(),
       [&](auto done) { manager.getBodySummary(utcDate(2024, 1, 1), std::move(done)); });
   ASSERT_TRUE(typed.isSuccess());
   EXPECT_EQ(typed.value().summaries.bodyData.body.weightKgNumber, 72);  // 160 lb = 72.57 kg
-  EXPECT_EQ(manager.getLastExtractionDate(VelkDataType::bodySummary), utcDate(2024, 1, 1));
 }
 
 TEST(ManagerTest, PhysicalInBothFormsOnTheMainQueueCarryingEarlierValues) {
@@ -169,12 +159,9 @@ TEST(ManagerTest, PhysicalInBothFormsOnTheMainQueueCarryingEarlierValues) {
   const Date firstDay = device.localDate(2024, 3, 10, 21, 15);
   const Json dictionary = dictionaryOnMainQueue(
       device, [&](auto done) { manager.getPhysicalSummaryObjc(firstDay, std::move(done)); });
-  EXPECT_EQ(dictionary["data_structure"], "physical_health");
   const auto& daily = dictionary["summaries"]["daily_activity_related_data"];
   EXPECT_EQ(daily["distance_data"]["steps_per_day_number"], 8000);
   EXPECT_TRUE(daily["heart_rate_data"]["hr_max_bpm"].is_null());
-  EXPECT_EQ(manager.getLastExtractionDate(VelkDataType::physicalSummary), firstDay);
-  EXPECT_EQ(manager.getLastExtractionDateOfPhysical(), std::nullopt);  // reads the sleep entry
 
   // The 11th has no steps: the 10th's are kept by the manager's one physical provider.
   const Date secondDay = device.localDate(2024, 3, 11, 7, 0);

