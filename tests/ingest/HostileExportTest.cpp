@@ -70,6 +70,26 @@ void resetPeakMemory() {
   std::ofstream("/proc/self/clear_refs") << "5";
 }
 
+#if defined(__has_feature)
+#if __has_feature(address_sanitizer)
+#define VELK_UNDER_ADDRESS_SANITIZER 1
+#endif
+#endif
+#if defined(__SANITIZE_ADDRESS__)
+#define VELK_UNDER_ADDRESS_SANITIZER 1
+#endif
+
+// Checks a peak of memory in KiB, except under AddressSanitizer, which pads every allocation and
+// keeps what was freed in quarantine (256 MiB), so that a peak there tells more of the tests run
+// before than of the reader. The reads themselves run and are checked all the same.
+void expectPeakBelow(long peakKiB, long limitKiB, const char* what) {
+#ifndef VELK_UNDER_ADDRESS_SANITIZER
+  EXPECT_LT(peakKiB, limitKiB) << what;
+#else
+  (void)peakKiB, (void)limitKiB, (void)what;
+#endif
+}
+
 Result<ExportReport> readText(const std::string& text, CollectingSink& sink) {
   GeneratedSource source(text, "", 0, "");
   return ExportReader().read(source, sink);
@@ -108,7 +128,7 @@ TEST(HostileExportTest, EntitiesAreNeverExpandedNorFetched) {
   resetPeakMemory();
   const auto report = ExportReader().read(path, sink);
   ASSERT_TRUE(report.isSuccess()) << report.error();
-  EXPECT_LT(peakMemoryKiB(), 512 * 1024) << "an entity was expanded";
+  expectPeakBelow(peakMemoryKiB(), 512 * 1024, "an entity was expanded");
   // A reference to an undeclared entity is damage, or kept as the text it is.
   std::string seen;
   for (const auto& record : sink.records) {
@@ -158,12 +178,12 @@ long readAcrossBlanks(char blank, std::uint64_t blocks) {
 // memory it takes may not grow with them. The gigabyte runs in fuzz/hostile-whitespace.
 TEST(HostileExportTest, AnEndlessLineOfSpacesIsReadInBoundedMemory) {
   const auto shorter = readAcrossBlanks(' ', 128);
-  EXPECT_LT(readAcrossBlanks(' ', 384), shorter + 64 * 1024);
+  expectPeakBelow(readAcrossBlanks(' ', 384), shorter + 64 * 1024, "grew with the blanks");
 }
 
 // Empty lines cost no more than the bytes they are: 48 MiB of them may not take 256 MiB.
 TEST(HostileExportTest, EmptyLinesAreReadInMemoryOfTheirSize) {
-  EXPECT_LT(readAcrossBlanks('\n', 48), 256 * 1024);
+  expectPeakBelow(readAcrossBlanks('\n', 48), 256 * 1024, "more than the empty lines' size");
 }
 
 TEST(HostileExportTest, AFileCutAnywhereGivesWhatCameBeforeAndAWarning) {
