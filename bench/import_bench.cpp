@@ -79,6 +79,33 @@ fs::path databasePath() {
   return generatedExport().folder / "velk-bench-import.db";
 }
 
+// The CPU time of the whole machine so far, from /proc/stat, in clock ticks: all of it, and
+// the "steal" that a virtual machine's host took for others. Wall-clock figures taken while the
+// host steals are not the import's.
+struct MachineTicks {
+  double total = 0;
+  double steal = 0;
+};
+
+MachineTicks machineTicks() {
+  MachineTicks ticks;
+  std::FILE* stat = std::fopen("/proc/stat", "r");
+  if (stat == nullptr) {
+    return ticks;
+  }
+  // "cpu  user nice system idle iowait irq softirq steal ..."
+  unsigned long long fields[8] = {};
+  if (std::fscanf(stat, "cpu %llu %llu %llu %llu %llu %llu %llu %llu", &fields[0], &fields[1],
+                  &fields[2], &fields[3], &fields[4], &fields[5], &fields[6], &fields[7]) == 8) {
+    for (const auto field : fields) {
+      ticks.total += static_cast<double>(field);
+    }
+    ticks.steal = static_cast<double>(fields[7]);
+  }
+  std::fclose(stat);
+  return ticks;
+}
+
 // What one run measured, for the table at the end.
 struct Figures {
   std::optional<double> xmlSeconds, zipSeconds, pythonSeconds, xmlwfSeconds;
@@ -86,6 +113,7 @@ struct Figures {
   std::uint64_t samples = 0;
   std::optional<double> oneDayMilliseconds, allDaysSeconds;
   std::uint64_t documents = 0;
+  double importTicks = 0, importStealTicks = 0;  ///< the machine's, during the two imports
 } figures;
 
 struct ChildRun {
@@ -118,10 +146,14 @@ void importFrom(benchmark::State& state, const fs::path& path, std::optional<dou
     return;
   }
   for (auto _ : state) {
+    const auto ticksBefore = machineTicks();
     const ChildRun run = inChild([&path] {
       const auto summary = velk::ingest::importExport(path, databasePath());
       return summary.isSuccess() && !summary.value().report.hasWarnings();
     });
+    const auto ticksAfter = machineTicks();
+    figures.importTicks += ticksAfter.total - ticksBefore.total;
+    figures.importStealTicks += ticksAfter.steal - ticksBefore.steal;
     if (!run.ok) {
       state.SkipWithError("the import failed");
       return;
@@ -336,6 +368,16 @@ void printTable() {
   line(("every day, " + std::to_string(figures.documents) + " documents").c_str(),
        figures.allDaysSeconds, "s", "<= 10",
        figures.allDaysSeconds ? std::optional(*figures.allDaysSeconds <= 10) : std::nullopt);
+  if (figures.importTicks > 0) {
+    const double steal = 100 * figures.importStealTicks / figures.importTicks;
+    line("CPU time the host took during the imports", steal, "%", "", std::nullopt);
+    if (steal > 5) {
+      std::printf(
+          "  The host of this virtual machine took %.0f%% of its CPUs during the imports: the\n"
+          "  wall-clock rates above understate the import. Measure again when it steals none.\n",
+          steal);
+    }
+  }
 }
 
 }  // namespace
