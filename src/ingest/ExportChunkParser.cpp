@@ -590,10 +590,6 @@ bool isLineStartOfElement(std::string_view text, std::size_t at, std::string_vie
 
 }  // namespace
 
-std::uint64_t indexLines(ExportChunk& chunk) {
-  return chunk.lines.build(chunk.bytes);
-}
-
 ChunkResult parseChunk(ExportChunk& chunk, const ChunkContext& context) {
   return ChunkParser(chunk, context).run();
 }

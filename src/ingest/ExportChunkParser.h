@@ -22,12 +22,9 @@ namespace velk::ingest {
 struct ExportChunk {
   std::string bytes;
   std::uint64_t firstLine = 1;  ///< the file's line on which `bytes` starts
-  /// The line feeds of `bytes`, taken before the parse alters them (see indexLines).
+  /// The line feeds of `bytes`, indexed before the parse alters them.
   LineIndex lines;
 };
-
-/// Indexes the line feeds of `chunk.bytes`; returns how many lines the part spans.
-std::uint64_t indexLines(ExportChunk& chunk);
 
 struct ChunkResult {
   ExportRecordBatch batch;

@@ -100,6 +100,7 @@ class DatabaseWriter final : public ExportSink {
     for (const auto& text : batch.units) {
       batchUnits_.push_back(unitId(text));
     }
+    lastStorable_.reset();  // its indices were the previous batch's
     batchSources_.clear();
     for (const auto& source : batch.sources) {
       batchSources_.push_back(sourceId(source.bundleIdentifier, source.name));
@@ -167,7 +168,7 @@ class DatabaseWriter final : public ExportSink {
     TypeEntry& type = *batchTypes_[record.type];
     if (record.kind == platform::SampleKind::quantity) {
       const auto unit = batchUnits_[record.unit];
-      if (!unit || !isStorable(type, *unit, batch.types[record.type], batch.units[record.unit])) {
+      if (!unit || !isStorable(record, batch)) {
         ++withoutUnit_;  // no query could convert its value; the store would refuse it too
         return;
       }
@@ -214,21 +215,16 @@ class DatabaseWriter final : public ExportSink {
     return found->second;
   }
 
-  // Whether quantities of `type` in the unit `unitId` can be held (see isStorableQuantityUnit),
-  // remembered per type and unit.
-  bool isStorable(const TypeEntry& type, std::uint16_t unitId, const std::string& typeText,
-                  const std::string& unitText) {
-    const auto key = (static_cast<std::uint64_t>(type.id) << 16) | unitId;
-    if (key == lastStorableKey_) {
-      return lastStorable_;
+  // Whether the store can hold the record's quantity: asked again only when the type or unit
+  // differs from the record before, as records come in runs of one type and unit.
+  bool isStorable(const ExportRecord& record, const ExportRecordBatch& batch) {
+    if (!lastStorable_ || lastStorable_->type != record.type ||
+        lastStorable_->unit != record.unit) {
+      lastStorable_ = StorableInBatch{
+          record.type, record.unit,
+          storable_.acceptsQuantity(batch.types[record.type], batch.units[record.unit])};
     }
-    auto [found, added] = storable_.try_emplace(key, false);
-    if (added) {
-      found->second = platform::isStorableQuantityUnit(typeText, unitText);
-    }
-    lastStorableKey_ = key;
-    lastStorable_ = found->second;
-    return lastStorable_;
+    return lastStorable_->storable;
   }
 
   std::optional<std::uint16_t> unitId(const std::string& text) {
@@ -422,9 +418,13 @@ class DatabaseWriter final : public ExportSink {
   std::vector<TypeEntry*> batchTypes_;
   std::vector<std::optional<std::uint16_t>> batchUnits_;
   std::vector<std::uint32_t> batchSources_;
-  std::unordered_map<std::uint64_t, bool> storable_;  ///< by type id and unit id
-  std::uint64_t lastStorableKey_ = ~std::uint64_t{0};
-  bool lastStorable_ = false;
+  platform::StorableRecordCheck storable_;
+  struct StorableInBatch {
+    std::uint32_t type = 0;
+    std::uint32_t unit = 0;
+    bool storable = false;
+  };
+  std::optional<StorableInBatch> lastStorable_;  ///< the last answer, by indices of this batch
   platform::Characteristics characteristics_;
   bool characteristicsFound_ = false;
 };

@@ -93,7 +93,7 @@ class BodyCutter {
       pending_.assign(chunk.bytes, cut);
       chunk.bytes.resize(cut);
     }
-    line_ += indexLines(chunk);
+    line_ += chunk.lines.build(chunk.bytes);
     return Result<ExportChunk>::success(std::move(chunk));
   }
 

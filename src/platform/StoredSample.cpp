@@ -16,15 +16,16 @@ bool isStorableQuantityUnit(std::string_view type, std::string_view unit) {
 }
 
 bool StorableRecordCheck::accepts(const SampleRecord& record) {
-  if (record.kind != SampleKind::quantity) {
-    return true;
-  }
-  std::string key = record.type;
+  return record.kind != SampleKind::quantity || acceptsQuantity(record.type, record.unit);
+}
+
+bool StorableRecordCheck::acceptsQuantity(std::string_view type, std::string_view unit) {
+  std::string key(type);
   key.push_back('\0');
-  key += record.unit;
+  key += unit;
   const auto [entry, added] = known_.try_emplace(std::move(key), false);
   if (added) {
-    entry->second = isStorableQuantityUnit(record.type, record.unit);
+    entry->second = isStorableQuantityUnit(type, unit);
   }
   return entry->second;
 }

@@ -43,6 +43,8 @@ bool isStorableQuantityUnit(std::string_view type, std::string_view unit);
 class StorableRecordCheck {
  public:
   bool accepts(const SampleRecord& record);
+  /// The same for a quantity of `type` in `unit`.
+  bool acceptsQuantity(std::string_view type, std::string_view unit);
 
  private:
   std::unordered_map<std::string, bool> known_;  ///< by type, a NUL, and unit
