@@ -1,8 +1,11 @@
 #include "ExportPrologue.h"
 
 #include <algorithm>
+#include <bit>
 #include <cstdint>
 #include <cstring>
+
+#include "ByteMasks.h"
 
 namespace velk::ingest {
 
@@ -113,33 +116,22 @@ PrologueScan scanPrologue(std::string_view head) {
 }
 
 std::size_t replaceControlCharacters(char* data, std::size_t size) {
-  // Every byte of the export passes here, and forbidden bytes are rare, so eight bytes are
-  // tested at a time for any byte below 0x20 ("has a byte less than n" of the bit-twiddling
-  // collections: exact for n <= 128). Only words that hold one, mostly the line feed that ends
-  // each line, are looked at byte by byte.
-  constexpr std::uint64_t kOnes = 0x0101010101010101;
-  constexpr std::uint64_t kHighBits = 0x8080808080808080;
-  const auto forbidden = [](unsigned char c) {
-    return c < 0x20 && c != '\t' && c != '\n' && c != '\r';
-  };
+  // Forbidden bytes are rare: most groups of 64 bytes hold none and cost a few comparisons.
   std::size_t replaced = 0;
-  const auto replaceIn = [&](std::size_t from, std::size_t to) {
-    for (std::size_t i = from; i < to; ++i) {
-      if (forbidden(static_cast<unsigned char>(data[i]))) {
-        data[i] = ' ';
-        ++replaced;
-      }
-    }
-  };
   std::size_t at = 0;
-  for (; at + 8 <= size; at += 8) {
-    std::uint64_t word = 0;
-    std::memcpy(&word, data + at, 8);
-    if (((word - kOnes * 0x20) & ~word & kHighBits) != 0) {
-      replaceIn(at, at + 8);
+  for (; at + 64 <= size; at += 64) {
+    auto forbidden = forbiddenControlMask(data + at);
+    for (; forbidden != 0; forbidden &= forbidden - 1) {
+      data[at + static_cast<std::size_t>(std::countr_zero(forbidden))] = ' ';
+      ++replaced;
     }
   }
-  replaceIn(at, size);
+  for (; at < size; ++at) {
+    if (isForbiddenControl(static_cast<unsigned char>(data[at]))) {
+      data[at] = ' ';
+      ++replaced;
+    }
+  }
   return replaced;
 }
 

@@ -3,30 +3,34 @@
 #include <bit>
 #include <cstring>
 
+#include "ByteMasks.h"
+
 namespace velk::ingest {
 
 std::uint64_t LineIndex::build(std::string_view text) {
-  const auto words = text.size() / 64 + 1;
-  feedBits_.assign(words, 0);
-  feedsBeforeBlock_.assign(words / kWordsPerBlock + 1, 0);
-  const char* const data = text.data();
-  const char* const end = data + text.size();
+  const auto fullWords = text.size() / 64;
+  const auto words = fullWords + 1;
+  feedBits_.resize(words);
+  feedsBeforeBlock_.resize(words / kWordsPerBlock + 1);
   std::uint64_t count = 0;
-  std::size_t blocksCounted = 1;  // block 0 has none before it
-  for (const char* at = data;
-       (at = static_cast<const char*>(std::memchr(at, '\n', static_cast<std::size_t>(end - at)))) !=
-       nullptr;
-       ++at) {
-    const auto offset = static_cast<std::size_t>(at - data);
-    const auto block = offset / (64 * kWordsPerBlock);
-    for (; blocksCounted <= block; ++blocksCounted) {
-      feedsBeforeBlock_[blocksCounted] = count;
+  for (std::size_t word = 0; word < words; ++word) {
+    if (word % kWordsPerBlock == 0) {
+      feedsBeforeBlock_[word / kWordsPerBlock] = count;
     }
-    feedBits_[offset / 64] |= std::uint64_t{1} << (offset % 64);
-    ++count;
-  }
-  for (; blocksCounted < feedsBeforeBlock_.size(); ++blocksCounted) {
-    feedsBeforeBlock_[blocksCounted] = count;
+    std::uint64_t bits = 0;
+    if (word < fullWords) {
+      bits = lineFeedMask(text.data() + 64 * word);
+    } else {
+      char last[64] = {};
+      if (const auto rest = text.size() - 64 * word; rest > 0) {
+        std::memcpy(last, text.data() + 64 * word, rest);
+      }
+      bits = lineFeedMask(last);
+    }
+    feedBits_[word] = bits;
+    if (bits != 0) {  // most words hold none; a popcount is a library call on plain x86-64
+      count += static_cast<std::uint64_t>(std::popcount(bits));
+    }
   }
   total_ = count;
   return count;
