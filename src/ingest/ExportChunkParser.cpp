@@ -298,7 +298,7 @@ class ChunkParser {
           offset + static_cast<std::size_t>(std::max<std::ptrdiff_t>(parsed.offset, 0));
       readElements(document, errorAt);
       result_.report.note(ExportIssue::malformedXml, lines_.lineAt(errorAt), parsed.description());
-      offset = nextTopLevelStart(chunk_.bytes, errorAt + 1, context_.indent);
+      offset = nextTopLevelStart(viewOf(chunk_.bytes), errorAt + 1, context_.indent);
       if (offset == std::string_view::npos) {
         break;
       }
@@ -320,7 +320,7 @@ class ChunkParser {
     for (auto top = firstElementChild(document); top; top = nextElementSibling(top)) {
       if (top == last && errorAt != std::string_view::npos) {
         const auto start = offsetOf(top, chunk_.bytes.data(), chunk_.bytes.size());
-        if (nextTopLevelStart(chunk_.bytes, start + 1, context_.indent) > errorAt) {
+        if (nextTopLevelStart(viewOf(chunk_.bytes), start + 1, context_.indent) > errorAt) {
           break;
         }
       }

@@ -12,6 +12,7 @@
 #include <vector>
 
 #include "LineIndex.h"
+#include "PartBytes.h"
 #include "velk/ingest/ExportRecordBatch.h"
 #include "velk/ingest/ExportReport.h"
 #include "velk/ingest/SourceIdentifierRule.h"
@@ -20,7 +21,7 @@
 namespace velk::ingest {
 
 struct ExportChunk {
-  std::string bytes;
+  PartBytes bytes;
   std::uint64_t firstLine = 1;  ///< the file's line on which `bytes` starts
   /// The line feeds of `bytes`, indexed before the parse alters them.
   LineIndex lines;

@@ -51,7 +51,7 @@ class BodyCutter {
   BodyCutter(ExportSource& source, std::string initial, std::uint64_t firstLine,
              std::size_t chunkBytes, ExportReport& report)
       : source_(source),
-        pending_(std::move(initial)),
+        pending_(initial.begin(), initial.end()),
         line_(firstLine),
         chunkBytes_(std::max<std::size_t>(chunkBytes, 1)),
         report_(report) {}
@@ -59,7 +59,7 @@ class BodyCutter {
   bool atEnd() const { return finished_; }
 
   /// Takes back the bytes of a parsed part, so that their memory serves the next parts.
-  void recycle(std::string bytes) {
+  void recycle(PartBytes bytes) {
     if (spare_.size() < 4) {
       bytes.clear();
       spare_.push_back(std::move(bytes));
@@ -75,7 +75,7 @@ class BodyCutter {
       }
     }
     if (!indentKnown_) {
-      indent_ = learnIndent(pending_);
+      indent_ = learnIndent(viewOf(pending_));
       indentKnown_ = true;
     }
     ExportChunk chunk;
@@ -90,17 +90,17 @@ class BodyCutter {
       cutDone();
       chunk.bytes = std::move(pending_);
       pending_ = takeSpare();
-      pending_.assign(chunk.bytes, cut);
+      pending_.assign(chunk.bytes.begin() + static_cast<std::ptrdiff_t>(cut), chunk.bytes.end());
       chunk.bytes.resize(cut);
     }
-    line_ += chunk.lines.build(chunk.bytes);
+    line_ += chunk.lines.build(viewOf(chunk.bytes));
     return Result<ExportChunk>::success(std::move(chunk));
   }
 
  private:
-  // Reads into room made at the end of `pending_`. Making room zeroes it, so the room follows
-  // what the source returns: a whole block from files and archives, a little more than the
-  // last read from sources that return a few bytes at a time.
+  // Reads into room made at the end of `pending_`. The room follows what the source returns: a
+  // whole block from files and archives, a little more than the last read from sources that
+  // return a few bytes at a time.
   Result<bool> fill() {
     const auto old = pending_.size();
     pending_.resize(old + room_);
@@ -120,9 +120,9 @@ class BodyCutter {
     return Result<bool>::success(true);
   }
 
-  std::string takeSpare() {
+  PartBytes takeSpare() {
     if (spare_.empty()) {
-      std::string fresh;
+      PartBytes fresh;
       fresh.reserve(chunkBytes_ + 2 * kReadBlock);
       return fresh;
     }
@@ -137,13 +137,13 @@ class BodyCutter {
   // per block read.
   std::optional<std::size_t> cutAt() {
     if (!indentKnown_) {
-      indent_ = learnIndent(pending_);
+      indent_ = learnIndent(viewOf(pending_));
       indentKnown_ = true;
     }
     const auto overlap = indent_.size() + 4;
     const auto from = scanned_ > overlap ? scanned_ - overlap : 0;
     if (from < pending_.size()) {
-      const auto found = lastTopLevelStart(std::string_view(pending_).substr(from), indent_);
+      const auto found = lastTopLevelStart(viewOf(pending_).substr(from), indent_);
       if (found != std::string::npos) {
         cut_ = from + found;
       }
@@ -153,7 +153,7 @@ class BodyCutter {
       // No line starts an element here: cut before the last record, or else (a run of blanks,
       // or text that is no export) hand all but the last block on as it is, so that memory
       // stays bounded; a cut inside an element costs that element, with a warning.
-      const auto record = pending_.rfind("<Record");
+      const auto record = viewOf(pending_).rfind("<Record");
       cut_ = record != 0 && record != std::string::npos ? record : pending_.size() - kReadBlock;
     }
     return cut_;
@@ -166,16 +166,16 @@ class BodyCutter {
 
   // The last part ends at </HealthData>; without it the file was cut short.
   void endBody(ExportChunk& chunk) {
-    const auto close = chunk.bytes.rfind("</HealthData");
+    const auto close = viewOf(chunk.bytes).rfind("</HealthData");
     if (close == std::string::npos) {
-      report_.note(ExportIssue::truncated, line_ + countLines(chunk.bytes));
+      report_.note(ExportIssue::truncated, line_ + countLines(viewOf(chunk.bytes)));
       return;
     }
     chunk.bytes.resize(close);
   }
 
   ExportSource& source_;
-  std::string pending_;
+  PartBytes pending_;
   std::uint64_t line_;
   std::size_t chunkBytes_;
   ExportReport& report_;
@@ -183,7 +183,7 @@ class BodyCutter {
   bool indentKnown_ = false;
   bool eof_ = false;
   bool finished_ = false;
-  std::vector<std::string> spare_;
+  std::vector<PartBytes> spare_;
   std::size_t room_ = kReadBlock;  ///< bytes asked of the source by the next read
   std::size_t scanned_ = 0;        ///< pending bytes already looked at by cutAt()
   std::optional<std::size_t> cut_;
@@ -192,7 +192,7 @@ class BodyCutter {
 // A parsed part with its bytes, which go back to the cutter.
 struct ParsedPart {
   ChunkResult result;
-  std::string bytes;
+  PartBytes bytes;
 };
 
 ParsedPart parsePart(ExportChunk chunk, const ChunkContext& context) {
@@ -315,8 +315,8 @@ Result<ExportReport> ExportReader::read(ExportSource& source, ExportSink& sink) 
     }
     if (first) {
       // The export date comes first in the body; records after it are dated wrongly.
-      context.exportDate = ExportDate::parse(
-          findExportDateValue(std::string_view(chunk.value().bytes).substr(0, 1u << 16)));
+      context.exportDate =
+          ExportDate::parse(findExportDateValue(viewOf(chunk.value().bytes).substr(0, 1u << 16)));
       context.indent = cutter.indent();
       first = false;
     }
