@@ -75,6 +75,60 @@ bool isPlainAscii(std::string_view text) {
                      [](char c) { return c >= 0x20 && c < 0x7f; });  // char is signed here
 }
 
+// An attribute value as the in-place parse leaves it: zero-terminated in the part's bytes. Its
+// length is taken only where it is needed, since most values are compared with the record
+// before's and found the same: finding the lengths of every value cost 5% of an import.
+class RawValue {
+ public:
+  RawValue() = default;
+  /// `text`, from a part whose bytes are [begin, end) or from elsewhere (pugixml's "").
+  RawValue(const char* text, const char* begin, const char* end)
+      : text_(text),
+        room_(std::less_equal<>{}(begin, text) && std::less<>{}(text, end)
+                  ? static_cast<std::size_t>(end - text)
+                  : 0) {}
+
+  bool empty() const { return text_[0] == '\0'; }
+  std::string_view view() const { return text_; }
+
+  /// Whether the value is `known` (which holds no zero byte).
+  bool equals(std::string_view known) const {
+    return equalsAt(0, known) && text_[known.size()] == '\0';
+  }
+
+  /// Whether bytes [from, from + known.size()) of the value are `known`, when the bytes before
+  /// `from` are known to hold no zero byte.
+  bool equalsAt(std::size_t from, std::string_view known) const {
+    const char* at = text_ + from;
+    std::size_t i = 0;
+    if (from + known.size() <= room_) {
+      // Within the part's bytes, whole words may be read past the value's end: the word that
+      // holds the end differs from the known text there, which holds no zero byte.
+      for (; i + 8 <= known.size(); i += 8) {
+        std::uint64_t mine = 0;
+        std::uint64_t theirs = 0;
+        std::memcpy(&mine, at + i, 8);
+        std::memcpy(&theirs, known.data() + i, 8);
+        if (mine != theirs) {
+          return false;
+        }
+      }
+    }
+    for (; i < known.size(); ++i) {  // byte by byte, never past the value's end
+      if (at[i] != known[i]) {
+        return false;
+      }
+    }
+    return true;
+  }
+
+  char operator[](std::size_t at) const { return text_[at]; }
+
+ private:
+  const char* text_ = "";
+  std::size_t room_ = 0;  ///< bytes of the part from `text_` on; 0 when not in the part
+};
+
 // Attribute values as XML defines them, for the few that are kept: tab, line feed and carriage
 // return (a CR LF pair counting once) become spaces. Two things the bytes of the file could not
 // hold but an escape can, or that the parser does not check, are dealt with here too: forbidden
@@ -131,13 +185,13 @@ class InternedText {
 
   /// The index, or nothing when the value is not UTF-8. `controls` counts the forbidden
   /// characters that the clean text replaced.
-  std::optional<std::uint32_t> indexOf(std::string_view raw, std::uint64_t& controls) {
-    if (last_ == nullptr || raw != last_->first) {
-      key_.assign(raw);
+  std::optional<std::uint32_t> indexOf(RawValue raw, std::uint64_t& controls) {
+    if (last_ == nullptr || !raw.equals(last_->first)) {
+      key_.assign(raw.view());
       auto found = known_.find(key_);
       if (found == known_.end()) {
         Entry entry;
-        if (const auto cleaned = cleaner_.clean(raw, entry.controls)) {
+        if (const auto cleaned = cleaner_.clean(key_, entry.controls)) {
           entry.index = static_cast<std::uint32_t>(table_.size());
           table_.emplace_back(*cleaned);
         }
@@ -165,16 +219,19 @@ class InternedText {
 // the moment at which the last day began is kept, so that the next date of that day is a sum.
 class DateReader {
  public:
-  std::optional<Date> read(std::string_view text) {
-    if (text.size() == kCommonSize && hasDay_ && text.compare(0, 11, day_, 0, 11) == 0 &&
-        text.compare(19, 6, day_, 19, 6) == 0) {
-      if (const auto seconds = timeOfDay(text)) {
+  std::optional<Date> read(RawValue raw) {
+    // Each byte is looked at only when those before it were not the value's end.
+    if (hasDay_ && raw.equalsAt(0, std::string_view(day_).substr(0, 11))) {
+      if (const auto seconds = timeOfDay(raw);
+          seconds && raw.equalsAt(19, std::string_view(day_).substr(19)) &&
+          raw[kCommonSize] == '\0') {
         return Date::fromReferenceSeconds(dayStart_ + *seconds);
       }
     }
+    const auto text = raw.view();
     const auto date = ExportDate::parse(text);
     if (date && text.size() == kCommonSize) {
-      if (const auto seconds = timeOfDay(text)) {
+      if (const auto seconds = timeOfDay(raw)) {
         day_.assign(text);
         dayStart_ = date->timeIntervalSinceReferenceDate() - *seconds;
         hasDay_ = true;
@@ -186,16 +243,14 @@ class DateReader {
  private:
   static constexpr std::size_t kCommonSize = 25;  // "2024-03-10 08:30:00 +0100"
 
-  // "08:30:00" at offset 11, in seconds, checked as the full reading checks it.
-  static std::optional<double> timeOfDay(std::string_view text) {
+  // "08:30:00" at offset 11, in seconds, checked as the full reading checks it. The first 11
+  // bytes are no zero; the others are looked at in order, up to the first that fails.
+  static std::optional<double> timeOfDay(RawValue text) {
     const auto digit = [&](std::size_t at) { return static_cast<unsigned>(text[at] - '0'); };
-    for (const std::size_t at : {11u, 12u, 14u, 15u, 17u, 18u}) {
-      if (digit(at) > 9) {
+    for (std::size_t at = 11; at < 19; ++at) {
+      if (at == 13 || at == 16 ? text[at] != ':' : digit(at) > 9) {
         return std::nullopt;
       }
-    }
-    if (text[13] != ':' || text[16] != ':') {
-      return std::nullopt;
     }
     const auto hour = digit(11) * 10 + digit(12);
     const auto minute = digit(14) * 10 + digit(15);
@@ -366,18 +421,18 @@ class ChunkParser {
   }
 
   Frame start(pugi::xml_node node) {
-    const std::string_view name = node.name();
-    if (name == "Record") {
+    const char* name = node.name();
+    if (sameName(name, "Record")) {
       return startRecord(node);
     }
-    if (name == "MetadataEntry") {
+    if (sameName(name, "MetadataEntry")) {
       if (!frames_.empty() && frames_.back() == Frame::record) {
         readMetadata(node);
       }
-    } else if (name == "Correlation") {
+    } else if (sameName(name, "Correlation")) {
       ++correlationDepth_;
       return Frame::correlation;
-    } else if (name == "Me" && frames_.empty()) {
+    } else if (sameName(name, "Me") && frames_.empty()) {
       readCharacteristics(node);
     }
     return Frame::other;
@@ -405,35 +460,37 @@ class ChunkParser {
         })) {
       note(ExportIssue::nestedRecord, node);
     }
-    std::string_view type, sourceName, sourceVersion, device, unit, startDate, endDate, value;
+    const char* const partBegin = chunk_.bytes.data();
+    const char* const partEnd = partBegin + chunk_.bytes.size();
+    RawValue type, sourceName, sourceVersion, device, unit, startDate, endDate, value;
     for (auto attribute = node.first_attribute(); attribute;
          attribute = attribute.next_attribute()) {
       const char* name = attribute.name();
       const auto is = [name](const auto& wanted) { return sameName(name, wanted); };
       switch (name[0]) {
         case 't':
-          type = is("type") ? attribute.value() : type;
+          type = is("type") ? RawValue(attribute.value(), partBegin, partEnd) : type;
           break;
         case 's':
           if (is("startDate")) {
-            startDate = attribute.value();
+            startDate = RawValue(attribute.value(), partBegin, partEnd);
           } else if (is("sourceName")) {
-            sourceName = attribute.value();
+            sourceName = RawValue(attribute.value(), partBegin, partEnd);
           } else if (is("sourceVersion")) {
-            sourceVersion = attribute.value();
+            sourceVersion = RawValue(attribute.value(), partBegin, partEnd);
           }
           break;
         case 'e':
-          endDate = is("endDate") ? attribute.value() : endDate;
+          endDate = is("endDate") ? RawValue(attribute.value(), partBegin, partEnd) : endDate;
           break;
         case 'u':
-          unit = is("unit") ? attribute.value() : unit;
+          unit = is("unit") ? RawValue(attribute.value(), partBegin, partEnd) : unit;
           break;
         case 'v':
-          value = is("value") ? attribute.value() : value;
+          value = is("value") ? RawValue(attribute.value(), partBegin, partEnd) : value;
           break;
         case 'd':
-          device = is("device") ? attribute.value() : device;
+          device = is("device") ? RawValue(attribute.value(), partBegin, partEnd) : device;
           break;
         default:
           break;
@@ -446,7 +503,7 @@ class ChunkParser {
     const auto start = dates_.read(startDate);
     const auto end = dates_.read(endDate);
     if (!start || !end) {
-      note(ExportIssue::unreadableDate, node, !start ? startDate : endDate);
+      note(ExportIssue::unreadableDate, node, (!start ? startDate : endDate).view());
       return Frame::skippedRecord;
     }
     const auto typeIndex = types_.indexOf(type, controls_);
@@ -459,21 +516,22 @@ class ChunkParser {
     ExportRecord sample;
     if (result_.batch.types[*typeIndex].starts_with(kCategoryPrefix)) {
       sample.kind = SampleKind::category;
-      auto category = lookUp(kCategoryValues, value);
+      auto category = lookUp(kCategoryValues, value.view());
       if (!category) {
-        if (const auto number = parseNumber(value); number && std::trunc(*number) == *number) {
+        if (const auto number = parseNumber(value.view());
+            number && std::trunc(*number) == *number) {
           category = static_cast<std::int64_t>(*number);
         }
       }
       if (!category) {
-        note(ExportIssue::unknownCategoryValue, node, value);
+        note(ExportIssue::unknownCategoryValue, node, value.view());
         return Frame::skippedRecord;
       }
       sample.value = static_cast<double>(*category);
     } else {
-      const auto number = parseNumber(value);
+      const auto number = parseNumber(value.view());
       if (!number) {
-        note(ExportIssue::nonNumericValue, node, value);
+        note(ExportIssue::nonNumericValue, node, value.view());
         return Frame::skippedRecord;
       }
       sample.kind = SampleKind::quantity;
@@ -481,7 +539,7 @@ class ChunkParser {
       sample.unit = *unitIndex;
     }
     if (context_.exportDate && *end > *context_.exportDate) {
-      note(ExportIssue::dateAfterExport, node, endDate);
+      note(ExportIssue::dateAfterExport, node, endDate.view());
     }
     sample.type = *typeIndex;
     sample.start = *start;
@@ -526,12 +584,15 @@ class ChunkParser {
   // The index in the batch's sources of a record's source, from its raw attributes, or null when
   // they are no UTF-8. Records
   // come in runs from one source, so the last answer is kept; a map holds the rest.
-  const std::uint32_t* sourceFor(std::string_view name, std::string_view version,
-                                 std::string_view device) {
-    if (lastKnown_ && name == lastName_ && version == lastVersion_ && device == lastDevice_) {
+  const std::uint32_t* sourceFor(RawValue rawName, RawValue rawVersion, RawValue rawDevice) {
+    if (lastKnown_ && rawName.equals(lastName_) && rawVersion.equals(lastVersion_) &&
+        rawDevice.equals(lastDevice_)) {
       controls_ += lastControls_;
       return lastSource_;
     }
+    const auto name = rawName.view();
+    const auto version = rawVersion.view();
+    const auto device = rawDevice.view();
     std::string key;
     key.reserve(name.size() + version.size() + device.size() + 2);
     key.append(name).append(1, '\x1f').append(version).append(1, '\x1f').append(device);
