@@ -120,7 +120,7 @@ std::size_t replaceControlCharacters(char* data, std::size_t size) {
   std::size_t replaced = 0;
   std::size_t at = 0;
   for (; at + 64 <= size; at += 64) {
-    auto forbidden = forbiddenControlMask(data + at);
+    auto forbidden = controlMasks(data + at).forbidden;
     for (; forbidden != 0; forbidden &= forbidden - 1) {
       data[at + static_cast<std::size_t>(std::countr_zero(forbidden))] = ' ';
       ++replaced;

@@ -54,7 +54,9 @@ class BodyCutter {
         pending_(initial.begin(), initial.end()),
         line_(firstLine),
         chunkBytes_(std::max<std::size_t>(chunkBytes, 1)),
-        report_(report) {}
+        report_(report) {
+    lines_.extendAndClean(pending_.data(), 0, pending_.size());  // cleaned with the prologue
+  }
 
   bool atEnd() const { return finished_; }
 
@@ -82,6 +84,7 @@ class BodyCutter {
     chunk.firstLine = line_;
     if (eof_ && (pending_.size() < chunkBytes_ || !cutAt())) {
       chunk.bytes = std::move(pending_);
+      chunk.lines = std::move(lines_);
       pending_.clear();
       finished_ = true;
       endBody(chunk);
@@ -89,11 +92,15 @@ class BodyCutter {
       const auto cut = *cutAt();
       cutDone();
       chunk.bytes = std::move(pending_);
+      chunk.lines = std::move(lines_);
       pending_ = takeSpare();
       pending_.assign(chunk.bytes.begin() + static_cast<std::ptrdiff_t>(cut), chunk.bytes.end());
       chunk.bytes.resize(cut);
+      chunk.lines.truncate(cut);
+      lines_.clear();
+      lines_.extendAndClean(pending_.data(), 0, pending_.size());
     }
-    line_ += chunk.lines.build(viewOf(chunk.bytes));
+    line_ += chunk.lines.total();
     return Result<ExportChunk>::success(std::move(chunk));
   }
 
@@ -114,7 +121,7 @@ class BodyCutter {
     eof_ = size == 0;
     room_ = size == room_ ? std::min(2 * room_, kReadBlock)
                           : std::clamp(2 * size, kSmallestRoom, kReadBlock);
-    if (const auto replaced = replaceControlCharacters(pending_.data() + old, size)) {
+    if (const auto replaced = lines_.extendAndClean(pending_.data(), old, old + size)) {
       report_.noteMany(ExportIssue::controlCharacters, replaced);
     }
     return Result<bool>::success(true);
@@ -168,14 +175,16 @@ class BodyCutter {
   void endBody(ExportChunk& chunk) {
     const auto close = viewOf(chunk.bytes).rfind("</HealthData");
     if (close == std::string::npos) {
-      report_.note(ExportIssue::truncated, line_ + countLines(viewOf(chunk.bytes)));
+      report_.note(ExportIssue::truncated, line_ + chunk.lines.total());
       return;
     }
     chunk.bytes.resize(close);
+    chunk.lines.truncate(close);
   }
 
   ExportSource& source_;
   PartBytes pending_;
+  LineIndex lines_;  ///< the line feeds of `pending_`
   std::uint64_t line_;
   std::size_t chunkBytes_;
   ExportReport& report_;

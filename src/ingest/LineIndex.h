@@ -14,8 +14,19 @@ namespace velk::ingest {
 
 class LineIndex {
  public:
-  /// Indexes `text`; returns how many line feeds it holds.
-  std::uint64_t build(std::string_view text);
+  /// Extends the index over text[from, to), the bytes before `from` being indexed already, and
+  /// replaces the forbidden control characters there by spaces; returns how many it replaced.
+  /// Both are bytes below 0x20, which most groups of 64 bytes hold none of, so one look at each
+  /// group finds both while a block just read is still in the cache.
+  std::size_t extendAndClean(char* text, std::size_t from, std::size_t to);
+
+  /// Forgets the line feeds at and after `size`.
+  void truncate(std::size_t size);
+
+  void clear();
+
+  /// How many line feeds the index holds.
+  std::uint64_t total() const { return total_; }
 
   /// How many line feeds lie before `offset` (an offset past the end counts them all).
   std::uint64_t feedsBefore(std::size_t offset) const;
@@ -23,8 +34,9 @@ class LineIndex {
  private:
   static constexpr std::size_t kWordsPerBlock = 64;
 
-  std::vector<std::uint64_t> feedBits_;          ///< bit k of word w: text[64 * w + k] is one
-  std::vector<std::uint64_t> feedsBeforeBlock_;  ///< line feeds before word kWordsPerBlock * b
+  // Words cover the text and one partial (perhaps empty) word more: 64 * (size() - 1) <= text.
+  std::vector<std::uint64_t> feedBits_{0};          ///< bit k of word w: text[64 * w + k] is one
+  std::vector<std::uint64_t> feedsBeforeBlock_{0};  ///< line feeds before word kWordsPerBlock * b
   std::uint64_t total_ = 0;
 };
 

@@ -18,14 +18,17 @@ TEST(ByteMasksTest, AgreeWithTheByteByByteReading) {
       // Half the bytes among the controls and their neighbours, where the comparisons turn.
       byte = static_cast<char>(random() % 2 == 0 ? random() % 0x22 : random() % 256);
     }
-    ASSERT_EQ(lineFeedMask(bytes.data()), bytewise::lineFeedMask(bytes.data()));
-    ASSERT_EQ(forbiddenControlMask(bytes.data()), bytewise::forbiddenControlMask(bytes.data()));
+    const auto fast = controlMasks(bytes.data());
+    const auto reference = bytewise::controlMasks(bytes.data());
+    ASSERT_EQ(fast.lineFeeds, reference.lineFeeds);
+    ASSERT_EQ(fast.forbidden, reference.forbidden);
   }
   std::string one(64, 'x');
   one[63] = '\v';
   one[0] = '\n';
-  EXPECT_EQ(forbiddenControlMask(one.data()), std::uint64_t{1} << 63);
-  EXPECT_EQ(lineFeedMask(one.data()), std::uint64_t{1});
+  EXPECT_EQ(controlMasks(one.data()).forbidden, std::uint64_t{1} << 63);
+  EXPECT_EQ(controlMasks(one.data()).lineFeeds, std::uint64_t{1});
+  EXPECT_EQ(bytewise::controlMasks(one.data()).forbidden, std::uint64_t{1} << 63);
 }
 
 }  // namespace

@@ -9,8 +9,8 @@
 namespace velk::ingest {
 namespace {
 
-// Every offset of texts that span several counting blocks, with lines of every length from
-// empty to longer than a block, against a plain count.
+// Texts that span several counting blocks, with lines of every length from empty to longer than
+// a block, indexed in reads of uneven sizes and cut short, against a plain count at every offset.
 TEST(LineIndexTest, CountsTheLineFeedsBeforeEveryOffset) {
   std::mt19937 random(7);
   for (const std::size_t size :
@@ -21,15 +21,41 @@ TEST(LineIndexTest, CountsTheLineFeedsBeforeEveryOffset) {
         c = random() % feedsIn == 0 ? '\n' : 'x';
       }
       LineIndex index;
+      for (std::size_t from = 0; from < size;) {
+        const auto to = std::min(size, from + 1 + random() % 300);
+        EXPECT_EQ(index.extendAndClean(text.data(), from, to), 0u);
+        from = to;
+      }
+      const auto kept = size - size / 3;
+      index.truncate(kept);
+      EXPECT_EQ(index.total(),
+                static_cast<std::uint64_t>(std::count(text.data(), text.data() + kept, '\n')));
       std::uint64_t expected = 0;
-      EXPECT_EQ(index.build(text),
-                static_cast<std::uint64_t>(std::count(text.begin(), text.end(), '\n')));
-      for (std::size_t offset = 0; offset <= size + 100; ++offset) {
+      for (std::size_t offset = 0; offset <= kept + 100; ++offset) {
         ASSERT_EQ(index.feedsBefore(offset), expected) << "size " << size << ", offset " << offset;
-        expected += offset < size && text[offset] == '\n' ? 1u : 0u;
+        expected += offset < kept && text[offset] == '\n' ? 1u : 0u;
       }
     }
   }
+}
+
+TEST(LineIndexTest, ReplacesForbiddenControlsWhereItReads) {
+  std::string text(200, 'x');
+  text[5] = '\v';
+  text[70] = '\x01';
+  text[71] = '\n';
+  text[150] = '\x1f';
+  text[199] = '\t';
+  LineIndex index;
+  EXPECT_EQ(index.extendAndClean(text.data(), 0, 100), 2u);
+  EXPECT_EQ(text[5], ' ');
+  EXPECT_EQ(text.substr(100, 50), std::string(50, 'x'));  // not read yet, nor written
+  EXPECT_EQ(text[150], '\x1f');
+  EXPECT_EQ(index.extendAndClean(text.data(), 100, 200), 1u);
+  EXPECT_EQ(text.find_first_of("\v\x01\x1f"), std::string::npos);
+  EXPECT_EQ(text[71], '\n');
+  EXPECT_EQ(text[199], '\t');
+  EXPECT_EQ(index.total(), 1u);
 }
 
 }  // namespace
