@@ -100,7 +100,10 @@ class DatabaseWriter final : public ExportSink {
     for (const auto& text : batch.units) {
       batchUnits_.push_back(unitId(text));
     }
-    lastStorable_.reset();  // its indices were the previous batch's
+    // Records of several types take turns, so the answers are kept by type and unit; a batch
+    // of very many (no real export has them) is asked record by record instead.
+    const auto pairs = batch.types.size() * batch.units.size();
+    batchStorable_.assign(pairs <= kMostStorablePairs ? pairs : 0, Storable::unknown);
     batchSources_.clear();
     for (const auto& source : batch.sources) {
       batchSources_.push_back(sourceId(source.bundleIdentifier, source.name));
@@ -215,16 +218,19 @@ class DatabaseWriter final : public ExportSink {
     return found->second;
   }
 
-  // Whether the store can hold the record's quantity: asked again only when the type or unit
-  // differs from the record before, as records come in runs of one type and unit.
+  // Whether the store can hold the record's quantity, asked of the platform once per type and
+  // unit of a batch.
   bool isStorable(const ExportRecord& record, const ExportRecordBatch& batch) {
-    if (!lastStorable_ || lastStorable_->type != record.type ||
-        lastStorable_->unit != record.unit) {
-      lastStorable_ = StorableInBatch{
-          record.type, record.unit,
-          storable_.acceptsQuantity(batch.types[record.type], batch.units[record.unit])};
+    if (batchStorable_.empty()) {
+      return storable_.acceptsQuantity(batch.types[record.type], batch.units[record.unit]);
     }
-    return lastStorable_->storable;
+    auto& known = batchStorable_[std::size_t{record.type} * batch.units.size() + record.unit];
+    if (known == Storable::unknown) {
+      known = storable_.acceptsQuantity(batch.types[record.type], batch.units[record.unit])
+                  ? Storable::yes
+                  : Storable::no;
+    }
+    return known == Storable::yes;
   }
 
   std::optional<std::uint16_t> unitId(const std::string& text) {
@@ -419,12 +425,9 @@ class DatabaseWriter final : public ExportSink {
   std::vector<std::optional<std::uint16_t>> batchUnits_;
   std::vector<std::uint32_t> batchSources_;
   platform::StorableRecordCheck storable_;
-  struct StorableInBatch {
-    std::uint32_t type = 0;
-    std::uint32_t unit = 0;
-    bool storable = false;
-  };
-  std::optional<StorableInBatch> lastStorable_;  ///< the last answer, by indices of this batch
+  enum class Storable : std::uint8_t { unknown, yes, no };
+  static constexpr std::size_t kMostStorablePairs = std::size_t{1} << 16;
+  std::vector<Storable> batchStorable_;  ///< by type index * units + unit index of this batch
   platform::Characteristics characteristics_;
   bool characteristicsFound_ = false;
 };
