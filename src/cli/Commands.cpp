@@ -77,37 +77,47 @@ std::vector<Kind> expandKinds(const std::vector<std::string>& names) {
   return kinds;
 }
 
-// Asks the manager for one document in its dictionary form and prints it on one line. Returns the
-// exit status: kExitErrorResult when the library answered with an error (printed as an error
-// result), kExitFailure when it gave no answer in time.
-int printSummary(VelkExtractionManager& manager, Kind kind, Date date, std::ostream& out,
-                 std::ostream& err) {
-  auto answer = std::make_shared<Answer<DictionaryAnswer>>();
-  auto completion = [answer](std::optional<nlohmann::json> dictionary, std::optional<Error> error) {
-    answer->set({std::move(dictionary), std::move(error)});
-  };
-  switch (kind) {
-    case Kind::sleep:
-      manager.getSleepSummayObjc(date, completion);
-      break;
-    case Kind::physical:
-      manager.getPhysicalSummaryObjc(date, completion);
-      break;
-    case Kind::body:
-      manager.getBodySummaryObjc(date, completion);
-      break;
+// Asks the manager for one day's documents in their dictionary form, every kind at once as a host
+// asks, and prints them on one line each in the order asked. Returns the exit status:
+// kExitErrorResult when the library answered with an error (printed as an error result),
+// kExitFailure when it gave no answer in time.
+int printDay(VelkExtractionManager& manager, const std::vector<Kind>& kinds, Date date,
+             std::ostream& out, std::ostream& err) {
+  std::vector<std::shared_ptr<Answer<DictionaryAnswer>>> answers;
+  for (const Kind kind : kinds) {
+    auto answer = std::make_shared<Answer<DictionaryAnswer>>();
+    auto completion = [answer](std::optional<nlohmann::json> dictionary,
+                               std::optional<Error> error) {
+      answer->set({std::move(dictionary), std::move(error)});
+    };
+    switch (kind) {
+      case Kind::sleep:
+        manager.getSleepSummayObjc(date, completion);
+        break;
+      case Kind::physical:
+        manager.getPhysicalSummaryObjc(date, completion);
+        break;
+      case Kind::body:
+        manager.getBodySummaryObjc(date, completion);
+        break;
+    }
+    answers.push_back(std::move(answer));
   }
-  if (!answer->await()) {
-    err << "velk: the library gave no answer within " << kAnswerTimeout.count() << " s\n";
-    return kExitFailure;
+  int status = kExitSuccess;
+  for (const auto& answer : answers) {
+    if (!answer->await()) {
+      err << "velk: the library gave no answer within " << kAnswerTimeout.count() << " s\n";
+      return kExitFailure;
+    }
+    const DictionaryAnswer result = answer->take();
+    if (result.error) {
+      printErrorResult(*result.error, out);
+      status = kExitErrorResult;
+      continue;
+    }
+    out << result.dictionary.value_or(nlohmann::json::object()).dump() << "\n";
   }
-  const DictionaryAnswer result = answer->take();
-  if (result.error) {
-    printErrorResult(*result.error, out);
-    return kExitErrorResult;
-  }
-  out << result.dictionary.value_or(nlohmann::json::object()).dump() << "\n";
-  return kExitSuccess;
+  return status;
 }
 
 // The moments at which the days of a range are asked: the local time `at` on every day from the
@@ -212,14 +222,13 @@ int runSummary(const SummaryRequest& request, std::ostream& out, std::ostream& e
   // One manager for every day, as a host keeps one.
   VelkExtractionManager manager;
   int status = kExitSuccess;
+  const auto kinds = expandKinds(request.kinds);
   for (const Date moment : moments) {
-    for (const Kind kind : expandKinds(request.kinds)) {
-      const int one = printSummary(manager, kind, moment, out, err);
-      if (one == kExitFailure) {
-        return one;
-      }
-      status = std::max(status, one);
+    const int day = printDay(manager, kinds, moment, out, err);
+    if (day == kExitFailure) {
+      return day;
     }
+    status = std::max(status, day);
   }
   return status;
 }
