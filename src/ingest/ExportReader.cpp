@@ -51,10 +51,10 @@ class BodyCutter {
   BodyCutter(ExportSource& source, std::string initial, std::uint64_t firstLine,
              std::size_t chunkBytes, ExportReport& report)
       : source_(source),
-        pending_(initial.begin(), initial.end()),
         line_(firstLine),
         chunkBytes_(std::max<std::size_t>(chunkBytes, 1)),
         report_(report) {
+    pending_.assign(initial);
     lines_.extendAndClean(pending_.data(), 0, pending_.size());  // cleaned with the prologue
   }
 
@@ -94,7 +94,7 @@ class BodyCutter {
       chunk.bytes = std::move(pending_);
       chunk.lines = std::move(lines_);
       pending_ = takeSpare();
-      pending_.assign(chunk.bytes.begin() + static_cast<std::ptrdiff_t>(cut), chunk.bytes.end());
+      pending_.assign(viewOf(chunk.bytes).substr(cut));
       chunk.bytes.resize(cut);
       chunk.lines.truncate(cut);
       lines_.clear();
