@@ -467,30 +467,31 @@ class ChunkParser {
          attribute = attribute.next_attribute()) {
       const char* name = attribute.name();
       const auto is = [name](const auto& wanted) { return sameName(name, wanted); };
+      const auto raw = [&] { return RawValue(attribute.value(), partBegin, partEnd); };
       switch (name[0]) {
         case 't':
-          type = is("type") ? RawValue(attribute.value(), partBegin, partEnd) : type;
+          type = is("type") ? raw() : type;
           break;
         case 's':
           if (is("startDate")) {
-            startDate = RawValue(attribute.value(), partBegin, partEnd);
+            startDate = raw();
           } else if (is("sourceName")) {
-            sourceName = RawValue(attribute.value(), partBegin, partEnd);
+            sourceName = raw();
           } else if (is("sourceVersion")) {
-            sourceVersion = RawValue(attribute.value(), partBegin, partEnd);
+            sourceVersion = raw();
           }
           break;
         case 'e':
-          endDate = is("endDate") ? RawValue(attribute.value(), partBegin, partEnd) : endDate;
+          endDate = is("endDate") ? raw() : endDate;
           break;
         case 'u':
-          unit = is("unit") ? RawValue(attribute.value(), partBegin, partEnd) : unit;
+          unit = is("unit") ? raw() : unit;
           break;
         case 'v':
-          value = is("value") ? RawValue(attribute.value(), partBegin, partEnd) : value;
+          value = is("value") ? raw() : value;
           break;
         case 'd':
-          device = is("device") ? RawValue(attribute.value(), partBegin, partEnd) : device;
+          device = is("device") ? raw() : device;
           break;
         default:
           break;

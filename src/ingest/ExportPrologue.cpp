@@ -1,11 +1,8 @@
 #include "ExportPrologue.h"
 
 #include <algorithm>
-#include <bit>
 #include <cstdint>
 #include <cstring>
-
-#include "ByteMasks.h"
 
 namespace velk::ingest {
 
@@ -113,26 +110,6 @@ PrologueScan scanPrologue(std::string_view head) {
     }
     at = end;
   }
-}
-
-std::size_t replaceControlCharacters(char* data, std::size_t size) {
-  // Forbidden bytes are rare: most groups of 64 bytes hold none and cost a few comparisons.
-  std::size_t replaced = 0;
-  std::size_t at = 0;
-  for (; at + 64 <= size; at += 64) {
-    auto forbidden = controlMasks(data + at).forbidden;
-    for (; forbidden != 0; forbidden &= forbidden - 1) {
-      data[at + static_cast<std::size_t>(std::countr_zero(forbidden))] = ' ';
-      ++replaced;
-    }
-  }
-  for (; at < size; ++at) {
-    if (isForbiddenControl(static_cast<unsigned char>(data[at]))) {
-      data[at] = ' ';
-      ++replaced;
-    }
-  }
-  return replaced;
 }
 
 std::string_view findExportDateValue(std::string_view text) {

@@ -22,10 +22,6 @@ struct PrologueScan {
 /// (give more bytes, or treat as notXml at the end of the file).
 PrologueScan scanPrologue(std::string_view head);
 
-/// Replaces the bytes that XML 1.0 forbids (C0 controls other than tab, line feed and carriage
-/// return) by spaces and returns how many there were.
-std::size_t replaceControlCharacters(char* data, std::size_t size);
-
 /// The `value` of the first <ExportDate> in `text`, or empty.
 std::string_view findExportDateValue(std::string_view text);
 

@@ -26,10 +26,6 @@ constexpr std::size_t kPrologueLimit = std::size_t{16} << 20;
 // this size and are cut before the last "<Record" instead.
 constexpr std::size_t kUncutLimit = std::size_t{64} << 20;
 
-std::uint64_t countLines(std::string_view text) {
-  return static_cast<std::uint64_t>(std::count(text.begin(), text.end(), '\n'));
-}
-
 // The blanks before the first element that starts a line in the body, e.g. " ".
 std::string learnIndent(std::string_view body) {
   for (auto newline = body.find('\n'); newline != std::string_view::npos;
@@ -248,6 +244,7 @@ Result<ExportReport> ExportReader::read(ExportSource& source, ExportSink& sink) 
   std::string head;
   PrologueScan scan;
   bool eof = false;
+  LineIndex headLines;  // also replaces the forbidden controls, as in the body
   std::uint64_t replacedInHead = 0;
   while (scan.status == PrologueScan::Status::needMore && !eof && head.size() < kPrologueLimit) {
     const auto old = head.size();
@@ -258,7 +255,7 @@ Result<ExportReport> ExportReader::read(ExportSource& source, ExportSink& sink) 
     }
     head.resize(old + got.value());
     eof = got.value() == 0;
-    replacedInHead += replaceControlCharacters(head.data() + old, got.value());
+    replacedInHead += headLines.extendAndClean(head.data(), old, head.size());
     scan = scanPrologue(head);
   }
   if (scan.status != PrologueScan::Status::found) {
@@ -279,7 +276,7 @@ Result<ExportReport> ExportReader::read(ExportSource& source, ExportSink& sink) 
     return R::success(std::move(report));
   }
 
-  const auto firstLine = 1 + countLines(std::string_view(head).substr(0, scan.bodyStart));
+  const auto firstLine = 1 + headLines.feedsBefore(scan.bodyStart);
   BodyCutter cutter(source, head.substr(scan.bodyStart), firstLine, options_.chunkBytes, report);
   head.clear();
   head.shrink_to_fit();
