@@ -9,7 +9,7 @@
 #include <pugixml.hpp>
 #include <unordered_map>
 
-#include "velk/ingest/ExportDate.h"
+#include "ingest/ExportDate.h"
 
 namespace velk::ingest {
 

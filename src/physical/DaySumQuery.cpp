@@ -4,12 +4,12 @@
 #include <utility>
 #include <vector>
 
+#include "healthstore/AppleHealthErrors.h"
 #include "physical/CheckedSum.h"
 #include "physical/QuantityIdentifiers.h"
-#include "velk/healthstore/AppleHealthErrors.h"
-#include "velk/platform/Calendar.h"
-#include "velk/platform/HKObjectType.h"
-#include "velk/platform/HKStatisticsCollectionQuery.h"
+#include "platform/HKObjectType.h"
+#include "platform/HKStatisticsCollectionQuery.h"
+#include "velk/Calendar.h"
 
 namespace velk::physical_detail {
 

@@ -2,15 +2,15 @@
 
 #include <cmath>
 
+#include "healthstore/AppleHealthErrors.h"
+#include "healthstore/AppleHealthProvider.h"
+#include "healthstore/ExtractionErrors.h"
+#include "healthstore/HealthDataType.h"
+#include "healthstore/TruncatedInteger.h"
+#include "healthstore/VelkPredicateBuilder.h"
+#include "ingest/StoreFile.h"
 #include "support/StoreFixture.h"
 #include "support/TestDevice.h"
-#include "velk/healthstore/AppleHealthErrors.h"
-#include "velk/healthstore/AppleHealthProvider.h"
-#include "velk/healthstore/ExtractionErrors.h"
-#include "velk/healthstore/HealthDataType.h"
-#include "velk/healthstore/TruncatedInteger.h"
-#include "velk/healthstore/VelkPredicateBuilder.h"
-#include "velk/ingest/StoreFile.h"
 
 namespace velk {
 namespace {

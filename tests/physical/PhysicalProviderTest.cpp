@@ -12,14 +12,14 @@
 #include <gtest/gtest.h>
 #include <nlohmann/json.hpp>
 
+#include "healthstore/AppleHealthErrors.h"
+#include "physical/VelkHRVProvider.h"
+#include "physical/VelkHeartRateProvider.h"
+#include "physical/VelkPhysicalProvider.h"
+#include "platform/DebugOutput.h"
 #include "support/StoreFixture.h"
 #include "support/TestDevice.h"
-#include "velk/documents/PhysicalDocument.h"
-#include "velk/healthstore/AppleHealthErrors.h"
-#include "velk/physical/VelkHRVProvider.h"
-#include "velk/physical/VelkHeartRateProvider.h"
-#include "velk/physical/VelkPhysicalProvider.h"
-#include "velk/platform/DebugOutput.h"
+#include "velk/PhysicalDocument.h"
 
 namespace velk::testing {
 namespace {
