@@ -1,7 +1,8 @@
 #!/usr/bin/env bash
-# Installs the build tree into a fresh prefix and builds the C example against it twice, the ways
-# the installed files promise: find_package(VelkAppleHealth) and pkg-config. Both programs must
-# print the three documents of the sample day.
+# Installs the build tree into a fresh prefix and builds the examples against it the ways the
+# installed files promise: the C example with find_package(VelkAppleHealth) and with pkg-config,
+# the C++ example with find_package. Every program must print the three documents of the sample
+# day.
 # Usage: install_check.sh BUILD_DIR SOURCE_DIR
 set -euo pipefail
 build="$1"
@@ -23,14 +24,15 @@ expect_documents() {
 
 cmake --install "$build" --prefix "$prefix/usr" >/dev/null
 
-cmake -S "$source/tests/capi/consumer" -B "$prefix/consumer" -G Ninja \
+cmake -S "$source/tests/package/consumer" -B "$prefix/consumer" -G Ninja \
   -DCMAKE_PREFIX_PATH="$prefix/usr" -DVELK_EXAMPLES_DIR="$source/examples" >/dev/null
 cmake --build "$prefix/consumer" >/dev/null
 expect_documents "$prefix/consumer/print_day" "${sample[@]}"
+expect_documents "$prefix/consumer/print_day_cpp" "${sample[@]}"
 
 pc_file="$(find "$prefix/usr" -name velk.pc)"
 export PKG_CONFIG_PATH="$(dirname "$pc_file")"
 # shellcheck disable=SC2046
 cc -std=c11 -o "$prefix/print_day_pc" "$source/examples/print_day.c" $(pkg-config --cflags --libs velk)
 LD_LIBRARY_PATH="$(pkg-config --variable=libdir velk)" expect_documents "$prefix/print_day_pc" "${sample[@]}"
-echo "install_check: find_package and pkg-config both work"
+echo "install_check: the C and C++ examples build and run against the installed package"
