@@ -21,6 +21,7 @@
 #include "velk/physical/VelkHeartRateProvider.h"
 #include "velk/physical/VelkPhysicalProvider.h"
 #include "velk/platform/DebugOutput.h"
+#include "velk/platform/HealthDatabase.h"
 
 namespace velk::testing {
 namespace {
@@ -172,6 +173,21 @@ TEST(PhysicalProviderTest, OneFailingEnergyTypeNullsBothCalorieKeys) {
   }
 }
 
+TEST(PhysicalProviderDeathTest, ActivePlusBasalBeyondTheIntegerRangeStops) {
+  GTEST_FLAG_SET(death_test_style, "threadsafe");  // the store answers on threads of its own
+  // Each day sum fits in 64 bits; their total does not, and is never wrapped around.
+  EXPECT_DEATH(
+      {
+        PhysicalStore store(R"({"samples": [
+            {"type": "HKQuantityTypeIdentifierActiveEnergyBurned", "start": "2024-03-10T10:00:00Z", "end": "2024-03-10T11:00:00Z", "value": 5e18},
+            {"type": "HKQuantityTypeIdentifierBasalEnergyBurned", "start": "2024-03-10T10:00:00Z", "end": "2024-03-10T11:00:00Z", "value": 5e18}
+          ]})");
+        auto provider = std::make_shared<VelkPhysicalProvider>();
+        store.request(*provider, utcDate(2024, 3, 10, 12));
+      },
+      "overflow");
+}
+
 TEST(PhysicalProviderTest, LaterFailedReadsReportTheEarlierValues) {
   // Steps and heart rate on the 10th only; resting heart rate on the 11th only.
   PhysicalStore store(R"({"samples": [
@@ -313,6 +329,29 @@ TEST(HeartRateProviderTest, EachKindFailsOnItsOwn) {
   EXPECT_TRUE(first.error().isSameInstance(second.error()));
 }
 
+TEST(HeartRateProviderTest, ASampleOfAnotherKindEmptiesTheHeartRatesWhileHRVSkipsIt) {
+  // A category sample stored under the heart-rate type makes the whole list unusable, so the day
+  // has no heart rate although a 70 bpm sample is there; HRV leaves the odd entry out and
+  // averages the rest.
+  PhysicalStore store(R"({"samples": [
+      {"type": "HKQuantityTypeIdentifierHeartRate", "start": "2024-03-10T09:00:00Z", "end": "2024-03-10T09:00:00Z", "value": 70},
+      {"type": "HKQuantityTypeIdentifierHeartRate", "kind": "category", "start": "2024-03-10T10:00:00Z", "end": "2024-03-10T10:00:00Z", "value": 1},
+      {"type": "HKQuantityTypeIdentifierHeartRateVariabilitySDNN", "start": "2024-03-10T03:00:00Z", "end": "2024-03-10T03:00:00Z", "value": 40},
+      {"type": "HKQuantityTypeIdentifierHeartRateVariabilitySDNN", "kind": "category", "start": "2024-03-10T04:00:00Z", "end": "2024-03-10T04:00:00Z", "value": 99},
+      {"type": "HKQuantityTypeIdentifierHeartRateVariabilitySDNN", "start": "2024-03-10T05:00:00Z", "end": "2024-03-10T05:00:00Z", "value": 45}
+    ]})");
+  const Date date = utcDate(2024, 3, 10, 12);
+  auto heartRate = std::make_shared<VelkHeartRateProvider>();
+  const auto rate = read<VelkHeartRateData>(*heartRate, &VelkHeartRateProvider::getHeartRate, date);
+  ASSERT_TRUE(rate.isFailure());
+  EXPECT_TRUE(errorIs(rate.error(), AppleHealthErrors::emptySamples));
+  auto hrv = std::make_shared<VelkHRVProvider>();
+  const auto variability = read<VelkHRVData>(*hrv, &VelkHRVProvider::getHRV, date);
+  ASSERT_TRUE(variability.isSuccess());
+  EXPECT_EQ(variability.value().avgValue, 42.5);
+  EXPECT_EQ(variability.value().granular.size(), 2u);
+}
+
 TEST(HeartRateProviderTest, UnknownTypeFailsBeforeAnyQuery) {
   PhysicalStore store(R"({"unknown_types": ["HKQuantityTypeIdentifierRestingHeartRate"]})");
   auto provider = std::make_shared<VelkHeartRateProvider>();
@@ -322,6 +361,31 @@ TEST(HeartRateProviderTest, UnknownTypeFailsBeforeAnyQuery) {
   // Answered on the caller's thread, before the call returned.
   ASSERT_TRUE(answer.has_value());
   EXPECT_TRUE(errorIs(answer->error(), AppleHealthErrors::sampleTypeNotAvailable));
+}
+
+TEST(HeartRateProviderConcurrencyTest, AReleasedSampleProviderDropsHeartRateButHRVAnswersEmpty) {
+  // The day has both kinds of samples. Each sample provider is released while its query waits
+  // behind the store's queue: the heart-rate answer is dropped, the HRV one arrives empty, which
+  // the HRV provider reports as emptySamples.
+  PhysicalStore store(kFullDay);
+  auto heartRate = std::make_shared<VelkHeartRateProvider>();
+  auto hrv = std::make_shared<VelkHRVProvider>();
+  Completions<Result<VelkHeartRateData>> rates;
+  Completions<Result<VelkHRVData>> variabilities;
+  platform::DispatchQueue& storeQueue =
+      *platform::HealthDatabase::ofCurrentDevice()->callbackQueue();
+  {
+    QueueGate gate(storeQueue);
+    heartRate->getHeartRate(utcDate(2024, 3, 10, 12), rates.completion());
+    hrv->getHRV(utcDate(2024, 3, 10, 12), variabilities.completion());
+    heartRate->velkHrSampleProvider.reset();
+    hrv->hrvSampleProvider.reset();
+  }
+  drainQueue(storeQueue);
+  EXPECT_TRUE(rates.values().empty());
+  ASSERT_EQ(variabilities.values().size(), 1u);
+  ASSERT_TRUE(variabilities.values()[0].isFailure());
+  EXPECT_TRUE(errorIs(variabilities.values()[0].error(), AppleHealthErrors::emptySamples));
 }
 
 TEST(PhysicalProviderConcurrencyTest, OverlappingRequestsEachCompleteOnce) {
