@@ -49,6 +49,9 @@ std::optional<Date> HKStatisticsCollection::intervalStart(std::int64_t index) co
     // The day's first instant: its midnight, read leniently (the day number rolls over into
     // other months, a midnight that the clocks skip lies after the gap).
     DateComponents day = anchorDay_;
+    if (!day.day) {
+      return std::nullopt;  // the calendar could not place the anchor
+    }
     day.day = *day.day + index * interval_.days;
     return calendar_.date(day);
   }
