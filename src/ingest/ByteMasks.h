@@ -2,9 +2,12 @@
 // byte of an export passes through here once before it is parsed (for the line feeds that the
 // warnings count and the forbidden characters that are replaced), so the bytes are looked at
 // sixteen at a time where the processor can (SSE2 belongs to every x86-64); elsewhere, and as
-// the reference the faster reading is tested against, byte by byte.
+// the reference the faster reading is tested against, byte by byte. The end of an attribute
+// value is looked for in the same way.
 #pragma once
 
+#include <bit>
+#include <cstddef>
 #include <cstdint>
 
 #if defined(__SSE2__)
@@ -33,6 +36,16 @@ inline ControlMasks controlMasks(const char* bytes) {
     masks.forbidden |= std::uint64_t{isForbiddenControl(c)} << k;
   }
   return masks;
+}
+
+/// The offset of the first '"', '&' or '<' in text[at, limit), or `limit`.
+inline std::size_t findValueStop(const char* text, std::size_t at, std::size_t limit) {
+  for (; at < limit; ++at) {
+    if (text[at] == '"' || text[at] == '&' || text[at] == '<') {
+      return at;
+    }
+  }
+  return limit;
 }
 
 }  // namespace bytewise
@@ -81,10 +94,29 @@ inline ControlMasks controlMasks(const char* bytes) {
   return masks;
 }
 
+/// The offset of the first '"', '&' or '<' in text[at, limit), or `limit`.
+inline std::size_t findValueStop(const char* text, std::size_t at, std::size_t limit) {
+  using detail::load16;
+  for (; at + 16 <= limit; at += 16) {
+    const auto block = load16(text + at);
+    const auto stops = _mm_or_si128(_mm_or_si128(_mm_cmpeq_epi8(block, _mm_set1_epi8('"')),
+                                                 _mm_cmpeq_epi8(block, _mm_set1_epi8('&'))),
+                                    _mm_cmpeq_epi8(block, _mm_set1_epi8('<')));
+    if (const auto mask = static_cast<unsigned>(_mm_movemask_epi8(stops)); mask != 0) {
+      return at + static_cast<std::size_t>(std::countr_zero(mask));
+    }
+  }
+  return bytewise::findValueStop(text, at, limit);
+}
+
 #else
 
 inline ControlMasks controlMasks(const char* bytes) {
   return bytewise::controlMasks(bytes);
+}
+
+inline std::size_t findValueStop(const char* text, std::size_t at, std::size_t limit) {
+  return bytewise::findValueStop(text, at, limit);
 }
 
 #endif
