@@ -22,6 +22,7 @@ constexpr std::size_t kReadBlock = std::size_t{1} << 20;
 constexpr std::size_t kSmallestRoom = std::size_t{4} << 10;
 // A prologue longer than this is no export's: the export DTD is about 10 KiB.
 constexpr std::size_t kPrologueLimit = std::size_t{16} << 20;
+constexpr std::size_t kPrologueStep = std::size_t{64} << 10;
 // A body without line breaks at top-level elements cannot be cut there; parts then grow to
 // this size and are cut before the last "<Record" instead.
 constexpr std::size_t kUncutLimit = std::size_t{64} << 20;
@@ -49,18 +50,20 @@ class BodyCutter {
       : source_(source),
         line_(firstLine),
         chunkBytes_(std::max<std::size_t>(chunkBytes, 1)),
-        report_(report) {
+        report_(report),
+        room_(roomFor(source.size())) {
     pending_.assign(initial);
     lines_.extendAndClean(pending_.data(), 0, pending_.size());  // cleaned with the prologue
   }
 
   bool atEnd() const { return finished_; }
 
-  /// Takes back the bytes of a parsed part, so that their memory serves the next parts.
-  void recycle(PartBytes bytes) {
+  /// Takes back the memory of a parsed part, so that it serves the next parts.
+  void recycle(PartBytes bytes, LineIndex lines) {
     if (spare_.size() < 4) {
       bytes.clear();
-      spare_.push_back(std::move(bytes));
+      lines.clear();
+      spare_.push_back(Spare{std::move(bytes), std::move(lines)});
     }
   }
   const std::string& indent() const { return indent_; }
@@ -89,11 +92,12 @@ class BodyCutter {
       cutDone();
       chunk.bytes = std::move(pending_);
       chunk.lines = std::move(lines_);
-      pending_ = takeSpare();
+      auto spare = takeSpare();
+      pending_ = std::move(spare.bytes);
+      lines_ = std::move(spare.lines);
       pending_.assign(viewOf(chunk.bytes).substr(cut));
       chunk.bytes.resize(cut);
       chunk.lines.truncate(cut);
-      lines_.clear();
       lines_.extendAndClean(pending_.data(), 0, pending_.size());
     }
     line_ += chunk.lines.total();
@@ -101,6 +105,11 @@ class BodyCutter {
   }
 
  private:
+  struct Spare {
+    PartBytes bytes;
+    LineIndex lines;
+  };
+
   // Reads into room made at the end of `pending_`. The room follows what the source returns: a
   // whole block from files and archives, a little more than the last read from sources that
   // return a few bytes at a time.
@@ -123,15 +132,29 @@ class BodyCutter {
     return Result<bool>::success(true);
   }
 
-  PartBytes takeSpare() {
+  // Room for the first read: a block, or the whole source when it says it is smaller (a small
+  // file then costs no block-sized buffers).
+  static std::size_t roomFor(std::uint64_t sourceSize) {
+    return sourceSize == 0 ? kReadBlock
+                           : static_cast<std::size_t>(std::clamp<std::uint64_t>(
+                                 sourceSize + 1, kSmallestRoom, kReadBlock));
+  }
+
+  // The memory of a parsed part, or new memory with room for a part and the reads that end it.
+  Spare takeSpare() {
     if (spare_.empty()) {
-      PartBytes fresh;
-      fresh.reserve(chunkBytes_ + 2 * kReadBlock);
+      Spare fresh;
+      const auto sourceSize = source_.size();
+      const auto part =
+          sourceSize == 0
+              ? chunkBytes_
+              : static_cast<std::size_t>(std::min<std::uint64_t>(chunkBytes_, sourceSize));
+      fresh.bytes.reserve(part + 2 * room_);
       return fresh;
     }
-    auto bytes = std::move(spare_.back());
+    auto spare = std::move(spare_.back());
     spare_.pop_back();
-    return bytes;
+    return spare;
   }
 
   // The last place where the pending bytes may be cut. Each call looks only at the bytes added
@@ -188,22 +211,93 @@ class BodyCutter {
   bool indentKnown_ = false;
   bool eof_ = false;
   bool finished_ = false;
-  std::vector<PartBytes> spare_;
-  std::size_t room_ = kReadBlock;  ///< bytes asked of the source by the next read
-  std::size_t scanned_ = 0;        ///< pending bytes already looked at by cutAt()
+  std::vector<Spare> spare_;
+  std::size_t room_;         ///< bytes asked of the source by the next read
+  std::size_t scanned_ = 0;  ///< pending bytes already looked at by cutAt()
   std::optional<std::size_t> cut_;
 };
 
-// A parsed part with its bytes, which go back to the cutter.
+// A parsed part with its memory, which goes back to the cutter.
 struct ParsedPart {
   ChunkResult result;
   PartBytes bytes;
+  LineIndex lines;
 };
 
 ParsedPart parsePart(ExportChunk chunk, const ChunkContext& context) {
   auto result = parseChunk(chunk, context);
-  return ParsedPart{std::move(result), std::move(chunk.bytes)};
+  return ParsedPart{std::move(result), std::move(chunk.bytes), std::move(chunk.lines)};
 }
+
+// Parses parts, a few at a time on threads of their own, and delivers the results in file
+// order on the calling thread.
+class PartPipeline {
+ public:
+  using Deliver = std::function<void(ParsedPart)>;
+
+  PartPipeline(const ExportReadOptions& options, const ChunkContext& context, Deliver deliver)
+      : threads_(options.threads),
+        maxInFlight_(std::max(1u, options.threads) + 1),
+        maxBytesInFlight_(maxInFlight_ * std::max<std::size_t>(options.chunkBytes, 1)),
+        context_(context),
+        deliver_(std::move(deliver)) {}
+
+  ~PartPipeline() { drain(); }
+  PartPipeline(const PartPipeline&) = delete;
+  PartPipeline& operator=(const PartPipeline&) = delete;
+
+  // One part more in flight than `threads`: while the calling thread delivers the oldest
+  // result and cuts the next part, `threads` parts are still being parsed, so the cores never
+  // wait for it (the import's wall time drops by a seventh on two cores). The bytes in flight
+  // are held to as many parts of the usual size, so that the 64 MiB parts of a body that
+  // cannot be cut are parsed one at a time and memory does not grow with them. A small part is
+  // parsed on the calling thread: starting a thread would cost more than it saves.
+  void add(ExportChunk chunk) {
+    const auto bytes = chunk.bytes.size();
+    if (threads_ <= 1 || bytes < kSmallestThreadedPart) {
+      drain();
+      deliver_(parsePart(std::move(chunk), context_));
+      return;
+    }
+    inFlight_.push_back(PartInFlight{
+        std::async(std::launch::async, parsePart, std::move(chunk), std::cref(context_)), bytes});
+    bytesInFlight_ += bytes;
+    while (!inFlight_.empty() &&
+           (inFlight_.size() >= maxInFlight_ || bytesInFlight_ > maxBytesInFlight_)) {
+      deliverOldest();
+    }
+  }
+
+  /// Delivers every part in flight.
+  void drain() {
+    while (!inFlight_.empty()) {
+      deliverOldest();
+    }
+  }
+
+ private:
+  static constexpr std::size_t kSmallestThreadedPart = std::size_t{64} << 10;
+
+  struct PartInFlight {
+    std::future<ParsedPart> parsed;
+    std::size_t bytes = 0;
+  };
+
+  void deliverOldest() {
+    auto oldest = std::move(inFlight_.front());
+    inFlight_.pop_front();
+    bytesInFlight_ -= oldest.bytes;
+    deliver_(oldest.parsed.get());
+  }
+
+  unsigned threads_;
+  std::size_t maxInFlight_;
+  std::size_t maxBytesInFlight_;
+  const ChunkContext& context_;
+  Deliver deliver_;
+  std::deque<PartInFlight> inFlight_;
+  std::size_t bytesInFlight_ = 0;
+};
 
 class Delivery {
  public:
@@ -224,6 +318,88 @@ class Delivery {
   ExportReport& report_;
 };
 
+// The prologue as read: the bytes up to the root start tag and a little beyond, and what the
+// scan found in them.
+struct Prologue {
+  std::string head;
+  PrologueScan scan;
+  LineIndex lines;  ///< also replaced the forbidden controls, as in the body
+  std::uint64_t controlsReplaced = 0;
+};
+
+// Reads until the root start tag shows (or the file or the prologue's limit ends).
+Result<Prologue> readPrologue(ExportSource& source) {
+  Prologue prologue;
+  auto& head = prologue.head;
+  // The prologue of an export is about 10 KiB; a small file is read whole.
+  const auto step = static_cast<std::size_t>(
+      std::clamp<std::uint64_t>(source.size() + 1, kSmallestRoom, kPrologueStep));
+  bool eof = false;
+  while (prologue.scan.status == PrologueScan::Status::needMore && !eof &&
+         head.size() < kPrologueLimit) {
+    const auto old = head.size();
+    head.resize(old + step);
+    auto got = source.read(head.data() + old, head.size() - old);
+    if (got.isFailure()) {
+      return Result<Prologue>::failure(got.error());
+    }
+    head.resize(old + got.value());
+    eof = got.value() == 0;
+    prologue.controlsReplaced += prologue.lines.extendAndClean(head.data(), old, head.size());
+    prologue.scan = scanPrologue(head);
+  }
+  return Result<Prologue>::success(std::move(prologue));
+}
+
+// An error when the prologue shows no export.
+std::optional<Error> notAnExport(const PrologueScan& scan, const ExportSource& source) {
+  if (scan.status != PrologueScan::Status::found) {
+    return exportError(
+        ExportErrorCode::notAnExport,
+        source.description() + " is not an Apple Health export: no XML root element");
+  }
+  if (scan.rootName != "HealthData") {
+    return exportError(ExportErrorCode::notAnExport,
+                       source.description() +
+                           " is not an Apple Health export: its root element is <" + scan.rootName +
+                           ">, not <HealthData>");
+  }
+  return std::nullopt;
+}
+
+// Reads the body in parts into `sink`.
+Result<bool> readBody(BodyCutter& cutter, const ExportReadOptions& options, ExportSink& sink,
+                      ExportReport& report) {
+  ChunkContext context;
+  context.sources = &options.sources;
+  Delivery deliverResult(sink, report);
+  PartPipeline parts(options, context, [&](ParsedPart part) {
+    deliverResult(std::move(part.result));
+    cutter.recycle(std::move(part.bytes), std::move(part.lines));
+  });
+  bool first = true;
+  while (!cutter.atEnd()) {
+    auto chunk = cutter.next();
+    if (chunk.isFailure()) {
+      parts.drain();
+      return Result<bool>::failure(
+          exportError(ExportErrorCode::readFailed, chunk.error().message() + " after " +
+                                                       std::to_string(report.recordsRead) +
+                                                       " records had been read"));
+    }
+    if (first) {
+      // The export date comes first in the body; records after it are dated wrongly.
+      context.exportDate =
+          ExportDate::parse(findExportDateValue(viewOf(chunk.value().bytes).substr(0, 1u << 16)));
+      context.indent = cutter.indent();
+      first = false;
+    }
+    parts.add(std::move(chunk).value());
+  }
+  parts.drain();
+  return Result<bool>::success(true);
+}
+
 }  // namespace
 
 ExportReader::ExportReader(ExportReadOptions options) : options_(std::move(options)) {}
@@ -238,110 +414,27 @@ Result<ExportReport> ExportReader::read(const std::filesystem::path& path, Expor
 
 Result<ExportReport> ExportReader::read(ExportSource& source, ExportSink& sink) const {
   using R = Result<ExportReport>;
+  auto read = readPrologue(source);
+  if (read.isFailure()) {
+    return R::failure(read.error());
+  }
+  auto prologue = std::move(read).value();
+  if (const auto error = notAnExport(prologue.scan, source)) {
+    return R::failure(*error);
+  }
   ExportReport report;
-
-  // The prologue: read until the root start tag shows.
-  std::string head;
-  PrologueScan scan;
-  bool eof = false;
-  LineIndex headLines;  // also replaces the forbidden controls, as in the body
-  std::uint64_t replacedInHead = 0;
-  while (scan.status == PrologueScan::Status::needMore && !eof && head.size() < kPrologueLimit) {
-    const auto old = head.size();
-    head.resize(old + (std::size_t{64} << 10));
-    auto got = source.read(head.data() + old, head.size() - old);
-    if (got.isFailure()) {
-      return R::failure(got.error());
-    }
-    head.resize(old + got.value());
-    eof = got.value() == 0;
-    replacedInHead += headLines.extendAndClean(head.data(), old, head.size());
-    scan = scanPrologue(head);
+  if (prologue.controlsReplaced > 0) {
+    report.noteMany(ExportIssue::controlCharacters, prologue.controlsReplaced);
   }
-  if (scan.status != PrologueScan::Status::found) {
-    return R::failure(
-        exportError(ExportErrorCode::notAnExport,
-                    source.description() + " is not an Apple Health export: no XML root element"));
-  }
-  if (scan.rootName != "HealthData") {
-    return R::failure(exportError(ExportErrorCode::notAnExport,
-                                  source.description() +
-                                      " is not an Apple Health export: its root element is <" +
-                                      scan.rootName + ">, not <HealthData>"));
-  }
-  if (replacedInHead > 0) {
-    report.noteMany(ExportIssue::controlCharacters, replacedInHead);
-  }
-  if (scan.rootIsEmpty) {
+  if (prologue.scan.rootIsEmpty) {
     return R::success(std::move(report));
   }
-
-  const auto firstLine = 1 + headLines.feedsBefore(scan.bodyStart);
-  BodyCutter cutter(source, head.substr(scan.bodyStart), firstLine, options_.chunkBytes, report);
-  head.clear();
-  head.shrink_to_fit();
-
-  ChunkContext context;
-  context.sources = &options_.sources;
-  Delivery deliverResult(sink, report);
-  const auto deliver = [&](ParsedPart part) {
-    deliverResult(std::move(part.result));
-    cutter.recycle(std::move(part.bytes));
-  };
-  // One part more in flight than `threads`: while the calling thread delivers the oldest result
-  // and cuts the next part, `threads` parts are still being parsed, so the cores never wait for
-  // it (the import's wall time drops by a seventh on two cores). The bytes in flight are held
-  // to as many parts of the usual size, so that the 64 MiB parts of a body that cannot be cut
-  // are parsed one at a time and memory does not grow with them.
-  struct PartInFlight {
-    std::future<ParsedPart> parsed;
-    std::size_t bytes = 0;
-  };
-  std::deque<PartInFlight> inFlight;
-  std::size_t bytesInFlight = 0;
-  const std::size_t maxInFlight = std::max(1u, options_.threads) + 1;
-  const std::size_t maxBytesInFlight = maxInFlight * std::max<std::size_t>(options_.chunkBytes, 1);
-  const auto deliverOldest = [&] {
-    auto oldest = std::move(inFlight.front());
-    inFlight.pop_front();
-    bytesInFlight -= oldest.bytes;
-    deliver(oldest.parsed.get());
-  };
-  bool first = true;
-  while (!cutter.atEnd()) {
-    auto chunk = cutter.next();
-    if (chunk.isFailure()) {
-      while (!inFlight.empty()) {
-        deliverOldest();
-      }
-      return R::failure(
-          exportError(ExportErrorCode::readFailed, chunk.error().message() + " after " +
-                                                       std::to_string(report.recordsRead) +
-                                                       " records had been read"));
-    }
-    if (first) {
-      // The export date comes first in the body; records after it are dated wrongly.
-      context.exportDate =
-          ExportDate::parse(findExportDateValue(viewOf(chunk.value().bytes).substr(0, 1u << 16)));
-      context.indent = cutter.indent();
-      first = false;
-    }
-    if (options_.threads <= 1) {
-      deliver(parsePart(std::move(chunk).value(), context));
-      continue;
-    }
-    const auto bytes = chunk.value().bytes.size();
-    inFlight.push_back(PartInFlight{
-        std::async(std::launch::async, parsePart, std::move(chunk).value(), std::cref(context)),
-        bytes});
-    bytesInFlight += bytes;
-    while (!inFlight.empty() &&
-           (inFlight.size() >= maxInFlight || bytesInFlight > maxBytesInFlight)) {
-      deliverOldest();
-    }
-  }
-  while (!inFlight.empty()) {
-    deliverOldest();
+  const auto bodyStart = prologue.scan.bodyStart;
+  BodyCutter cutter(source, prologue.head.substr(bodyStart),
+                    1 + prologue.lines.feedsBefore(bodyStart), options_.chunkBytes, report);
+  prologue = Prologue();  // its memory is of no more use
+  if (auto body = readBody(cutter, options_, sink, report); body.isFailure()) {
+    return R::failure(body.error());
   }
   return R::success(std::move(report));
 }
