@@ -262,9 +262,9 @@ bool ElementScanner::scanValue(std::size_t& at, std::string_view& value) {
     return true;
   }
   if (childDecodedUsed_ == childDecoded_.size()) {
-    childDecoded_.emplace_back();
+    childDecoded_.push_back(std::make_unique<std::string>());
   }
-  auto& decoded = childDecoded_[childDecodedUsed_++];
+  auto& decoded = *childDecoded_[childDecodedUsed_++];
   if (!decodeInto(raw, decoded)) {
     return false;
   }

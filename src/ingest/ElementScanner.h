@@ -15,7 +15,7 @@
 
 #include <array>
 #include <cstddef>
-#include <deque>
+#include <memory>
 #include <string>
 #include <string_view>
 #include <vector>
@@ -65,8 +65,8 @@ class ElementScanner {
   std::vector<RawAttribute> attributes_;
   std::vector<std::string_view> open_;       ///< names of the open elements, innermost last
   std::array<DecodedValue, 16> topDecoded_;  ///< by attribute of the top-level element
-  std::deque<std::string>
-      childDecoded_;  ///< values decoded in child elements (stay where they are)
+  /// Values decoded in child elements; each string stays where it is while the list grows.
+  std::vector<std::unique_ptr<std::string>> childDecoded_;
   std::size_t childDecodedUsed_ = 0;
 };
 
