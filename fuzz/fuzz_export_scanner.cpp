@@ -1,8 +1,7 @@
 // The record scanner against pugixml: the same part read both ways must give the same records,
 // tables, characteristics and report (counts, lines and messages of every warning, and so the
 // same recoveries from damage). The first byte picks the indent of top-level lines and whether
-// the export has a date; the rest is the part, cleaned of forbidden controls as the reader
-// cleans every part.
+// the export has a date; the rest is the part.
 #include <cstddef>
 #include <cstdint>
 #include <cstdio>
@@ -22,8 +21,6 @@ ChunkResult parse(std::string_view text, const velk::ingest::ChunkContext& conte
                   ChunkSyntax syntax) {
   velk::ingest::ExportChunk chunk;
   chunk.bytes.assign(text);
-  chunk.firstLine = 1;
-  chunk.lines.extendAndClean(chunk.bytes.data(), 0, chunk.bytes.size());
   return velk::ingest::parseChunk(chunk, context, syntax);
 }
 

@@ -5,6 +5,7 @@
 #include <pugixml.hpp>
 #include <vector>
 
+#include "ByteMasks.h"
 #include "ElementScanner.h"
 #include "ExportElements.h"
 
@@ -62,6 +63,10 @@ class ChunkParser {
 
   ChunkResult run() {
     const auto size = chunk_.bytes.size();
+    chunk_.lines.clear();
+    if (const auto replaced = chunk_.lines.extendAndClean(chunk_.bytes.data(), 0, size)) {
+      result_.report.noteMany(ExportIssue::controlCharacters, replaced);
+    }
     std::size_t offset = 0;
     while (offset < size) {
       if (syntax_ == ChunkSyntax::scanned) {
@@ -166,8 +171,18 @@ ChunkResult parseChunk(ExportChunk& chunk, const ChunkContext& context, ChunkSyn
 
 bool startsTopLevelElement(std::string_view text, std::size_t at, std::string_view indent) {
   const auto tag = at + indent.size();
-  return tag + 1 < text.size() && text.compare(at, indent.size(), indent) == 0 &&
-         text[tag] == '<' && text[tag + 1] != '/' && text[tag + 1] != '!' && text[tag + 1] != '?';
+  if (tag + 1 >= text.size() || text[tag] != '<' || text[tag + 1] == '/' || text[tag + 1] == '!' ||
+      text[tag + 1] == '?') {
+    return false;
+  }
+  for (std::size_t i = 0; i < indent.size(); ++i) {
+    const auto c = static_cast<unsigned char>(text[at + i]);
+    if (c != static_cast<unsigned char>(indent[i]) &&
+        (indent[i] != ' ' || !isForbiddenControl(c))) {
+      return false;
+    }
+  }
+  return true;
 }
 
 std::size_t nextTopLevelStart(std::string_view text, std::size_t from, std::string_view indent) {

@@ -22,9 +22,10 @@
 namespace velk::ingest {
 
 struct ExportChunk {
-  PartBytes bytes;
-  std::uint64_t firstLine = 1;  ///< the file's line on which `bytes` starts
-  /// The line feeds of `bytes`, indexed before the parse alters them.
+  PartBytes bytes;              ///< forbidden controls not replaced yet: the parse does that first
+  std::uint64_t firstLine = 1;  ///< the line on which `bytes` starts, for the report
+  /// The line feeds of `bytes`, indexed by the parse before it alters them (the memory of an
+  /// earlier part's index may be handed in again).
   LineIndex lines;
 };
 
@@ -48,13 +49,15 @@ enum class ChunkSyntax : std::uint8_t {
   pugixmlOnly,  ///< pugixml everywhere: the reference that the scanner is fuzzed against
 };
 
-/// Parses `chunk`. Its bytes may be overwritten by the parse (pugixml cuts names and values out
-/// of them in place); only their memory is of use afterwards.
+/// Parses `chunk`: indexes its line feeds and replaces its forbidden controls, then reads it.
+/// Its bytes may be overwritten by the parse (pugixml cuts names and values out of them in
+/// place); only their memory is of use afterwards.
 ChunkResult parseChunk(ExportChunk& chunk, const ChunkContext& context,
                        ChunkSyntax syntax = ChunkSyntax::scanned);
 
 /// Whether `text` at `at` holds `indent` and then an element's start tag (not an end tag, a
-/// comment, a declaration or a processing instruction).
+/// comment, a declaration or a processing instruction). A forbidden control counts as the space
+/// that replaces it, so that the answer is the same before and after the part is cleaned.
 bool startsTopLevelElement(std::string_view text, std::size_t at, std::string_view indent);
 
 /// The offset of the first line at or after `from` that starts with `indent` and then an

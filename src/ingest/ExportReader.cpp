@@ -9,6 +9,7 @@
 #include <string_view>
 #include <vector>
 
+#include "ByteMasks.h"
 #include "ExportChunkParser.h"
 #include "ExportPrologue.h"
 #include "velk/ingest/ExportDate.h"
@@ -27,36 +28,46 @@ constexpr std::size_t kPrologueStep = std::size_t{64} << 10;
 // this size and are cut before the last "<Record" instead.
 constexpr std::size_t kUncutLimit = std::size_t{64} << 20;
 
-// The blanks before the first element that starts a line in the body, e.g. " ".
+// The blanks before the first element that starts a line in the body, e.g. " ". The body is
+// not cleaned yet: a forbidden control stands for the space that will replace it.
 std::string learnIndent(std::string_view body) {
+  const auto isBlank = [](char c) {
+    return c == ' ' || c == '\t' || isForbiddenControl(static_cast<unsigned char>(c));
+  };
   for (auto newline = body.find('\n'); newline != std::string_view::npos;
        newline = body.find('\n', newline + 1)) {
     auto at = newline + 1;
-    while (at < body.size() && (body[at] == ' ' || body[at] == '\t')) {
+    while (at < body.size() && isBlank(body[at])) {
       ++at;
     }
     if (at < body.size() && body[at] == '<') {
-      return std::string(body.substr(newline + 1, at - newline - 1));
+      std::string indent(body.substr(newline + 1, at - newline - 1));
+      std::replace_if(
+          indent.begin(), indent.end(), [](char c) { return c != '\t'; }, ' ');
+      return indent;
     }
   }
   return {};
 }
 
-// The stream of the body from the source, in parts cut at top-level elements.
+// The stream of the body from the source, in parts cut at top-level elements. It only reads
+// and cuts: finding line feeds and replacing forbidden controls is left to the parsers, on
+// threads of their own.
 class BodyCutter {
  public:
-  BodyCutter(ExportSource& source, std::string initial, std::uint64_t firstLine,
-             std::size_t chunkBytes, ExportReport& report)
+  BodyCutter(ExportSource& source, std::string_view initial, std::size_t chunkBytes)
       : source_(source),
-        line_(firstLine),
         chunkBytes_(std::max<std::size_t>(chunkBytes, 1)),
-        report_(report),
         room_(roomFor(source.size())) {
     pending_.assign(initial);
-    lines_.extendAndClean(pending_.data(), 0, pending_.size());  // cleaned with the prologue
   }
 
   bool atEnd() const { return finished_; }
+
+  /// Whether the body ended before </HealthData>; known once atEnd().
+  bool truncated() const { return truncated_; }
+
+  const std::string& indent() const { return indent_; }
 
   /// Takes back the memory of a parsed part, so that it serves the next parts.
   void recycle(PartBytes bytes, LineIndex lines) {
@@ -66,7 +77,6 @@ class BodyCutter {
       spare_.push_back(Spare{std::move(bytes), std::move(lines)});
     }
   }
-  const std::string& indent() const { return indent_; }
 
   /// The next part, or an error when the source fails.
   Result<ExportChunk> next() {
@@ -79,28 +89,21 @@ class BodyCutter {
       indent_ = learnIndent(viewOf(pending_));
       indentKnown_ = true;
     }
+    auto spare = takeSpare();
     ExportChunk chunk;
-    chunk.firstLine = line_;
+    chunk.lines = std::move(spare.lines);
     if (eof_ && (pending_.size() < chunkBytes_ || !cutAt())) {
       chunk.bytes = std::move(pending_);
-      chunk.lines = std::move(lines_);
-      pending_.clear();
       finished_ = true;
       endBody(chunk);
     } else {
       const auto cut = *cutAt();
       cutDone();
       chunk.bytes = std::move(pending_);
-      chunk.lines = std::move(lines_);
-      auto spare = takeSpare();
       pending_ = std::move(spare.bytes);
-      lines_ = std::move(spare.lines);
       pending_.assign(viewOf(chunk.bytes).substr(cut));
       chunk.bytes.resize(cut);
-      chunk.lines.truncate(cut);
-      lines_.extendAndClean(pending_.data(), 0, pending_.size());
     }
-    line_ += chunk.lines.total();
     return Result<ExportChunk>::success(std::move(chunk));
   }
 
@@ -126,9 +129,6 @@ class BodyCutter {
     eof_ = size == 0;
     room_ = size == room_ ? std::min(2 * room_, kReadBlock)
                           : std::clamp(2 * size, kSmallestRoom, kReadBlock);
-    if (const auto replaced = lines_.extendAndClean(pending_.data(), old, old + size)) {
-      report_.noteMany(ExportIssue::controlCharacters, replaced);
-    }
     return Result<bool>::success(true);
   }
 
@@ -194,23 +194,20 @@ class BodyCutter {
   void endBody(ExportChunk& chunk) {
     const auto close = viewOf(chunk.bytes).rfind("</HealthData");
     if (close == std::string::npos) {
-      report_.note(ExportIssue::truncated, line_ + chunk.lines.total());
+      truncated_ = true;
       return;
     }
     chunk.bytes.resize(close);
-    chunk.lines.truncate(close);
   }
 
   ExportSource& source_;
   PartBytes pending_;
-  LineIndex lines_;  ///< the line feeds of `pending_`
-  std::uint64_t line_;
   std::size_t chunkBytes_;
-  ExportReport& report_;
   std::string indent_;
   bool indentKnown_ = false;
   bool eof_ = false;
   bool finished_ = false;
+  bool truncated_ = false;
   std::vector<Spare> spare_;
   std::size_t room_;         ///< bytes asked of the source by the next read
   std::size_t scanned_ = 0;  ///< pending bytes already looked at by cutAt()
@@ -299,23 +296,32 @@ class PartPipeline {
   std::size_t bytesInFlight_ = 0;
 };
 
+// Hands parsed parts to the sink in file order, and their reports, whose lines count from
+// the part's first, to the export's report.
 class Delivery {
  public:
-  Delivery(ExportSink& sink, ExportReport& report) : sink_(sink), report_(report) {}
+  Delivery(ExportSink& sink, ExportReport& report, std::uint64_t firstLine)
+      : sink_(sink), report_(report), line_(firstLine) {}
 
-  void operator()(ChunkResult result) {
+  void operator()(ParsedPart& part) {
+    auto& result = part.result;
     if (result.characteristics) {
       sink_.characteristics(std::move(*result.characteristics));
     }
     if (!result.batch.empty()) {
       sink_.records(std::move(result.batch));
     }
-    report_.merge(result.report);
+    report_.merge(result.report, line_ - 1);
+    line_ += part.lines.total();
   }
+
+  /// The line on which the next part starts.
+  std::uint64_t line() const { return line_; }
 
  private:
   ExportSink& sink_;
   ExportReport& report_;
+  std::uint64_t line_;
 };
 
 // The prologue as read: the bytes up to the root start tag and a little beyond, and what the
@@ -367,14 +373,21 @@ std::optional<Error> notAnExport(const PrologueScan& scan, const ExportSource& s
   return std::nullopt;
 }
 
-// Reads the body in parts into `sink`.
-Result<bool> readBody(BodyCutter& cutter, const ExportReadOptions& options, ExportSink& sink,
-                      ExportReport& report) {
+// Replaces the forbidden controls at the start of the body ahead of its parser, so that the
+// export's date can be read there first; returns how many it replaced.
+std::uint64_t cleanHead(PartBytes& bytes) {
+  LineIndex scratch;
+  return scratch.extendAndClean(bytes.data(), 0, std::min<std::size_t>(bytes.size(), 1u << 16));
+}
+
+// Reads the body in parts into `sink`. Its first part starts on line `firstLine`.
+Result<bool> readBody(BodyCutter& cutter, std::uint64_t firstLine, const ExportReadOptions& options,
+                      ExportSink& sink, ExportReport& report) {
   ChunkContext context;
   context.sources = &options.sources;
-  Delivery deliverResult(sink, report);
+  Delivery deliver(sink, report, firstLine);
   PartPipeline parts(options, context, [&](ParsedPart part) {
-    deliverResult(std::move(part.result));
+    deliver(part);
     cutter.recycle(std::move(part.bytes), std::move(part.lines));
   });
   bool first = true;
@@ -387,16 +400,21 @@ Result<bool> readBody(BodyCutter& cutter, const ExportReadOptions& options, Expo
                                                        std::to_string(report.recordsRead) +
                                                        " records had been read"));
     }
+    auto part = std::move(chunk).value();
     if (first) {
       // The export date comes first in the body; records after it are dated wrongly.
+      report.noteMany(ExportIssue::controlCharacters, cleanHead(part.bytes));
       context.exportDate =
-          ExportDate::parse(findExportDateValue(viewOf(chunk.value().bytes).substr(0, 1u << 16)));
+          ExportDate::parse(findExportDateValue(viewOf(part.bytes).substr(0, 1u << 16)));
       context.indent = cutter.indent();
       first = false;
     }
-    parts.add(std::move(chunk).value());
+    parts.add(std::move(part));
   }
   parts.drain();
+  if (cutter.truncated()) {
+    report.note(ExportIssue::truncated, deliver.line());
+  }
   return Result<bool>::success(true);
 }
 
@@ -430,10 +448,10 @@ Result<ExportReport> ExportReader::read(ExportSource& source, ExportSink& sink) 
     return R::success(std::move(report));
   }
   const auto bodyStart = prologue.scan.bodyStart;
-  BodyCutter cutter(source, prologue.head.substr(bodyStart),
-                    1 + prologue.lines.feedsBefore(bodyStart), options_.chunkBytes, report);
+  const auto firstLine = 1 + prologue.lines.feedsBefore(bodyStart);
+  BodyCutter cutter(source, std::string_view(prologue.head).substr(bodyStart), options_.chunkBytes);
   prologue = Prologue();  // its memory is of no more use
-  if (auto body = readBody(cutter, options_, sink, report); body.isFailure()) {
+  if (auto body = readBody(cutter, firstLine, options_, sink, report); body.isFailure()) {
     return R::failure(body.error());
   }
   return R::success(std::move(report));
