@@ -9,19 +9,16 @@ namespace velk::ingest {
 
 namespace {
 
-enum : std::uint8_t { kNameStart = 1, kNameChar = 2, kSpace = 4 };
+enum : std::uint8_t { kNameStart = 1, kSpace = 2 };
 
-// The bytes the scanner reads in names and between tags. pugixml takes more (names beyond
-// ASCII); the scanner leaves those to it.
+// The bytes that start a name (the rest of it is findNameEnd's) and the blanks between tags.
+// pugixml takes more names (beyond ASCII); the scanner leaves those to it.
 constexpr std::array<std::uint8_t, 256> kByteClasses = [] {
   std::array<std::uint8_t, 256> classes{};
   for (std::size_t c = 'a'; c <= 'z'; ++c) {
-    classes[c] = classes[c - 'a' + 'A'] = kNameStart | kNameChar;
+    classes[c] = classes[c - 'a' + 'A'] = kNameStart;
   }
-  classes['_'] = kNameStart | kNameChar;
-  for (const char c : {'0', '1', '2', '3', '4', '5', '6', '7', '8', '9', '.', ':', '-'}) {
-    classes[static_cast<unsigned char>(c)] = kNameChar;
-  }
+  classes['_'] = kNameStart;
   for (const char c : {' ', '\t', '\n', '\r'}) {
     classes[static_cast<unsigned char>(c)] = kSpace;
   }
@@ -176,9 +173,7 @@ bool ElementScanner::scanStartTag(std::size_t& at, bool& closed) {
   if (p >= limit_ || !is(text_[p], kNameStart)) {
     return false;
   }
-  while (p < limit_ && is(text_[p], kNameChar)) {
-    ++p;
-  }
+  p = findNameEnd(text_.data(), p, limit_);
   const auto event = events_.size();
   events_.push_back(Event{at, text_.substr(at + 1, p - at - 1), attributes_.size(), 0});
   while (p < limit_) {
@@ -212,10 +207,7 @@ bool ElementScanner::scanStartTag(std::size_t& at, bool& closed) {
 
 // name="value" from the name's first byte at `at`; `at` ends past the closing quote.
 bool ElementScanner::scanAttribute(std::size_t& at) {
-  auto p = at;
-  while (p < limit_ && is(text_[p], kNameChar)) {
-    ++p;
-  }
+  auto p = findNameEnd(text_.data(), at, limit_);
   if (p + 1 >= limit_ || text_[p] != '=' || text_[p + 1] != '"') {
     return false;
   }

@@ -7,10 +7,11 @@
 // element and come out at the same place: names of ASCII letters, digits and "_.:-", attributes
 // written name="value" with the five named escapes and character references to real characters,
 // blanks between. Anything else (a comment, text, a single quote, a reference it does not know,
-// damage) stops it before the top-level element that holds it, and pugixml goes on from there,
-// with its own way of reporting and recovering from damage. It never reads the part's last byte
-// as part of an element, since pugixml reads that byte in a way of its own. The fuzz target
-// fuzz_export_scanner compares the two ways on any input.
+// damage, and the zero bytes that pugixml leaves where it cut names and values when it parsed a
+// stretch that is read again after damage) stops it before the top-level element that holds it,
+// and pugixml goes on from there, with its own way of reporting and recovering from damage. It
+// never reads the part's last byte as part of an element, since pugixml reads that byte in a way of
+// its own. The fuzz target fuzz_export_scanner compares the two ways on any input.
 #pragma once
 
 #include <array>

@@ -280,33 +280,32 @@ std::optional<std::int64_t> biologicalSexNamed(std::string_view text) {
 }
 
 void RecordFields::take(std::string_view name, std::string_view text) {
-  if (name.empty()) {
-    return;
-  }
-  switch (name[0]) {
-    case 't':
-      type = name == "type" ? text : type;
+  // By length first: each case is then one comparison of a known size.
+  const auto is = [name](std::string_view wanted) {
+    return std::memcmp(name.data(), wanted.data(), wanted.size()) == 0;
+  };
+  switch (name.size()) {
+    case 4:
+      type = is("type") ? text : type;
+      unit = is("unit") ? text : unit;
       break;
-    case 's':
-      if (name == "startDate") {
-        startDate = text;
-      } else if (name == "sourceName") {
-        sourceName = text;
-      } else if (name == "sourceVersion") {
-        sourceVersion = text;
-      }
+    case 5:
+      value = is("value") ? text : value;
       break;
-    case 'e':
-      endDate = name == "endDate" ? text : endDate;
+    case 6:
+      device = is("device") ? text : device;
       break;
-    case 'u':
-      unit = name == "unit" ? text : unit;
+    case 7:
+      endDate = is("endDate") ? text : endDate;
       break;
-    case 'v':
-      value = name == "value" ? text : value;
+    case 9:
+      startDate = is("startDate") ? text : startDate;
       break;
-    case 'd':
-      device = name == "device" ? text : device;
+    case 10:
+      sourceName = is("sourceName") ? text : sourceName;
+      break;
+    case 13:
+      sourceVersion = is("sourceVersion") ? text : sourceVersion;
       break;
     default:
       break;
