@@ -227,7 +227,8 @@ ParsedPart parsePart(ExportChunk chunk, const ChunkContext& context) {
 }
 
 // Parses parts, a few at a time on threads of their own, and delivers the results in file
-// order on the calling thread.
+// order on the calling thread. What is still in flight when it goes is waited for, not
+// delivered: call drain() at the end.
 class PartPipeline {
  public:
   using Deliver = std::function<void(ParsedPart)>;
@@ -239,7 +240,6 @@ class PartPipeline {
         context_(context),
         deliver_(std::move(deliver)) {}
 
-  ~PartPipeline() { drain(); }
   PartPipeline(const PartPipeline&) = delete;
   PartPipeline& operator=(const PartPipeline&) = delete;
 
