@@ -249,12 +249,15 @@ class DateReader {
   bool hasDay_ = false;
 };
 
-// A category value by its name, or a whole number as it is.
+// A category value by its name, or a whole number as it is (one that an integer holds: "1e81"
+// is whole but no category).
 std::optional<std::int64_t> categoryValue(std::string_view text) {
   if (const auto named = lookUp(kCategoryValues, text)) {
     return named;
   }
-  if (const auto number = readNumber(text); number && std::trunc(*number) == *number) {
+  constexpr double kIntegerLimit = 9223372036854775808.0;  // 2^63
+  if (const auto number = readNumber(text); number && std::trunc(*number) == *number &&
+                                            *number >= -kIntegerLimit && *number < kIntegerLimit) {
     return static_cast<std::int64_t>(*number);
   }
   return std::nullopt;
