@@ -43,8 +43,8 @@ class ExportReport {
   /// Adds `count` occurrences at once, e.g. replaced characters counted in bulk.
   void noteMany(ExportIssue issue, std::uint64_t count);
 
-  /// Appends a later part's report.
-  void merge(const ExportReport& later);
+  /// Appends a later part's report, whose line numbers count `lineOffset` lines short.
+  void merge(const ExportReport& later, std::uint64_t lineOffset = 0);
 
   const Entry& entry(ExportIssue issue) const { return entries_[static_cast<std::size_t>(issue)]; }
   std::uint64_t count(ExportIssue issue) const { return entry(issue).count; }

@@ -59,10 +59,13 @@ class DatabaseWriter final : public ExportSink {
                  const ImportProgressHandler& progress)
       : connection_(connection), source_(source), progress_(progress) {}
 
+  // The file is written once, front to back, and only its small index is read back: a page
+  // cache of 16 pages serves that. SQLite's default of 2 MB kept claiming fresh memory while
+  // the file grew (half the import's page faults, a tenth of its CPU time).
   Result<bool> prepare() {
     if (auto made = connection_.execute(
             "PRAGMA journal_mode = OFF; PRAGMA synchronous = OFF; PRAGMA locking_mode = "
-            "EXCLUSIVE; PRAGMA page_size = 65536; BEGIN;");
+            "EXCLUSIVE; PRAGMA page_size = 65536; PRAGMA cache_size = 16; BEGIN;");
         made.isFailure()) {
       return made;
     }

@@ -52,8 +52,13 @@ struct StatisticsInterval {
 class HKStatisticsCollection {
  public:
   /// `samples` are the matching samples with their values in `unit`; `cumulativeSum` tells whether
-  /// the query asked for sums at all. Intervals start at `anchor` and step both ways from it, in
-  /// the calendar of `timeZone`. Overlapping sources are merged in the order of `priority`.
+  /// the query asked for sums at all. Intervals step both ways from `anchor`, in the calendar of
+  /// `timeZone`. Intervals of whole days are calendar days, as in the platform's day totals: each
+  /// runs from the first instant of a day to the first instant of the day after (23 or 25 hours
+  /// across clock changes; after the gap where the clocks skip midnight), and the anchor only
+  /// names the day they are counted from, whatever its time of day. Intervals of hours, minutes
+  /// and seconds start at the anchor itself. Overlapping sources are merged in the order of
+  /// `priority`.
   HKStatisticsCollection(HKObjectType quantityType, HKUnit unit, bool cumulativeSum, Date anchor,
                          StatisticsInterval interval, std::string timeZone,
                          std::shared_ptr<const std::vector<SummableSample>> samples,
@@ -74,6 +79,7 @@ class HKStatisticsCollection {
   Date anchor_;
   StatisticsInterval interval_;
   Calendar calendar_;
+  DateComponents anchorDay_;  ///< year, month and day of the anchor, for day intervals
   std::shared_ptr<const std::vector<SummableSample>> samples_;
   SourcePriority priority_;
 };
