@@ -119,10 +119,10 @@ TEST(AppleHealthProviderTest, SampleQueriesAreNewestFirstAndEmptyIsNotAnError) {
 }
 
 TEST(LibraryErrorsTest, CasesBridgeWithTheirPositionAndPublishedText) {
-  const Error heatlh = makeError(AppleHealthErrors::collectionHeatlhDataNull);
-  EXPECT_EQ(heatlh.domain(), "VelkAppleHealth.AppleHealthErrors");
-  EXPECT_EQ(heatlh.code(), 1);
-  EXPECT_EQ(heatlh.message(), "the apple health data is nil");
+  const Error missingCollection = makeError(AppleHealthErrors::collectionHeatlhDataNull);
+  EXPECT_EQ(missingCollection.domain(), "VelkAppleHealth.AppleHealthErrors");
+  EXPECT_EQ(missingCollection.code(), 1);
+  EXPECT_EQ(missingCollection.message(), "the apple health data is nil");
   EXPECT_EQ(makeError(AppleHealthErrors::healthKitNotavailable).message(),
             "apple health kit is not avaible un your device");
   EXPECT_EQ(makeError(AppleHealthErrors::emptySamples).code(), 5);
