@@ -2,7 +2,7 @@
 
 #include <array>
 
-#include "velk/platform/DateFormatter.h"
+#include "platform/DateFormatter.h"
 
 namespace velk::cli {
 namespace {

@@ -8,8 +8,8 @@
 #include <optional>
 #include <string>
 
-#include "velk/platform/Calendar.h"
-#include "velk/platform/Date.h"
+#include "velk/Calendar.h"
+#include "velk/Date.h"
 
 namespace velk::cli {
 

@@ -3,11 +3,11 @@
 #include <optional>
 #include <utility>
 
+#include "healthstore/AppleHealthErrors.h"
 #include "physical/QuantityIdentifiers.h"
-#include "velk/healthstore/AppleHealthErrors.h"
-#include "velk/platform/Calendar.h"
-#include "velk/platform/HKObjectType.h"
-#include "velk/platform/HKStatisticsCollectionQuery.h"
+#include "platform/HKObjectType.h"
+#include "platform/HKStatisticsCollectionQuery.h"
+#include "velk/Calendar.h"
 
 namespace velk::physical_detail {
 

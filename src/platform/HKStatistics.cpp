@@ -2,8 +2,8 @@
 #include <cstdio>
 #include <cstdlib>
 
-#include "velk/platform/HKStatistics.h"
-#include "velk/platform/HKStatisticsCollectionQuery.h"
+#include "platform/HKStatistics.h"
+#include "platform/HKStatisticsCollectionQuery.h"
 
 namespace velk::platform {
 

@@ -10,8 +10,8 @@
 #include <vector>
 
 #include "cli/Tool.h"
+#include "platform/DebugOutput.h"
 #include "support/TempDir.h"
-#include "velk/platform/DebugOutput.h"
 
 namespace velk::cli {
 namespace {

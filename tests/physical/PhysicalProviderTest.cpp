@@ -13,15 +13,15 @@
 #include <gtest/gtest.h>
 #include <nlohmann/json.hpp>
 
+#include "healthstore/AppleHealthErrors.h"
+#include "physical/VelkHRVProvider.h"
+#include "physical/VelkHeartRateProvider.h"
+#include "physical/VelkPhysicalProvider.h"
+#include "platform/DebugOutput.h"
+#include "platform/HealthDatabase.h"
 #include "support/StoreFixture.h"
 #include "support/TestDevice.h"
-#include "velk/documents/PhysicalDocument.h"
-#include "velk/healthstore/AppleHealthErrors.h"
-#include "velk/physical/VelkHRVProvider.h"
-#include "velk/physical/VelkHeartRateProvider.h"
-#include "velk/physical/VelkPhysicalProvider.h"
-#include "velk/platform/DebugOutput.h"
-#include "velk/platform/HealthDatabase.h"
+#include "velk/PhysicalDocument.h"
 
 namespace velk::testing {
 namespace {

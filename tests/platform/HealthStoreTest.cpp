@@ -4,11 +4,11 @@
 #include <string>
 #include <thread>
 
+#include "platform/HKHealthStore.h"
+#include "platform/HKObjectType.h"
+#include "platform/HealthDatabase.h"
 #include "support/StoreFixture.h"
 #include "support/TestDevice.h"
-#include "velk/platform/HKHealthStore.h"
-#include "velk/platform/HKObjectType.h"
-#include "velk/platform/HealthDatabase.h"
 
 namespace velk::platform {
 namespace {

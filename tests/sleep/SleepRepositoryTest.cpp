@@ -4,11 +4,11 @@
 #include <utility>
 #include <vector>
 
+#include "healthstore/AppleHealthErrors.h"
+#include "platform/HealthDatabase.h"
+#include "sleep/SleepRepository.h"
 #include "sleep/SleepTestStore.h"
-#include "velk/documents/SleepDocument.h"
-#include "velk/healthstore/AppleHealthErrors.h"
-#include "velk/platform/HealthDatabase.h"
-#include "velk/sleep/SleepRepository.h"
+#include "velk/SleepDocument.h"
 
 namespace velk {
 namespace {
