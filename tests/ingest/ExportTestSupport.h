@@ -158,4 +158,16 @@ inline std::vector<double> storedSteps(const std::filesystem::path& database) {
   return values;
 }
 
+/// The files beside `database` that imports of it write before they install them.
+inline std::vector<std::string> importFilesBeside(const std::filesystem::path& database) {
+  std::vector<std::string> names;
+  const std::string prefix = database.filename().string() + ".importing";
+  for (const auto& entry : std::filesystem::directory_iterator(database.parent_path())) {
+    if (entry.path().filename().string().rfind(prefix, 0) == 0) {
+      names.push_back(entry.path().filename().string());
+    }
+  }
+  return names;
+}
+
 }  // namespace velk::testing

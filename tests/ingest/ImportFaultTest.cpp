@@ -1,13 +1,16 @@
 // Faults around the files that hold state: an import killed part way, a database that is
 // corrupt, locked, on a full or read-only disk, and two processes writing one user-defaults
 // store. Each ends in a clear error, and the content from before stays whole.
+#include <fcntl.h>
 #include <gtest/gtest.h>
 #include <signal.h>
 #include <sqlite3.h>
+#include <sys/file.h>
 #include <sys/mount.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
+#include <atomic>
 #include <chrono>
 #include <fstream>
 #include <random>
@@ -54,9 +57,74 @@ TEST(ImportFaultTest, AnImportKilledAtAnyMomentLeavesAUsableDatabase) {
     const auto count = storedSteps(database).size();
     EXPECT_TRUE(count == 10 || count == 60000) << "run " << run << ": " << count << " samples";
   }
-  // Whatever the killed imports left beside the database, the next one succeeds.
+  // Whatever the killed imports left beside the database, the next one succeeds and clears it
+  // (the single file of earlier versions too), but not the file of an import still running.
+  std::ofstream(dir.file("health.db.importing")) << "partial";
+  const int running = ::open(dir.write("health.db.importing-running", "").c_str(), O_RDONLY);
+  ASSERT_EQ(::flock(running, LOCK_EX), 0);
   ASSERT_TRUE(importExport(dir.write("again.xml", exportOf(20)), database).isSuccess());
   EXPECT_EQ(storedSteps(database).size(), 20u);
+  EXPECT_EQ(testing::importFilesBeside(database),
+            std::vector<std::string>{"health.db.importing-running"});
+  ::close(running);
+}
+
+// Two imports of one database at once, again and again, while a reader keeps opening it: both
+// succeed, the reader always finds a whole database, and what stays is exactly the data of one
+// of them: of the one that finished last, whenever their ends lie clearly apart.
+TEST(ImportConcurrencyTest, TwoImportsOfOneDatabaseAtOnceInstallOnlyTheirOwnData) {
+  testing::TempDir dir;
+  const auto database = dir.file("health.db");
+  ASSERT_TRUE(importExport(dir.write("old.xml", exportOf(2, 500)), database).isSuccess());
+  const auto large = dir.write("large.xml", exportOf(6000, 1000));
+  const auto small = dir.write("small.xml", exportOf(1, 7));
+  const auto expected = [](std::size_t count) {
+    return count == 6000 ? std::vector<double>{1000, 1001, 6999} : std::vector<double>{7, 7, 7};
+  };
+
+  std::atomic<bool> importing{true};
+  std::atomic<int> unreadable{0};
+  std::thread reader([&] {
+    while (importing.load()) {
+      const auto opened = ImportedHealthDatabase::open(database);
+      if (opened.isFailure() ||
+          (opened.value()->sampleCount() != 2 && opened.value()->sampleCount() != 6000 &&
+           opened.value()->sampleCount() != 1)) {
+        ++unreadable;
+      }
+    }
+  });
+  std::mt19937 random(20240311);
+  using Clock = std::chrono::steady_clock;
+  for (int run = 0; run < 30; ++run) {
+    Clock::time_point largeDone;
+    Clock::time_point smallDone;
+    bool largeSucceeded = false;
+    std::thread first([&] {
+      largeSucceeded = importExport(large, database).isSuccess();
+      largeDone = Clock::now();
+    });
+    std::this_thread::sleep_for(std::chrono::microseconds(random() % 20000));
+    const bool smallSucceeded = importExport(small, database).isSuccess();
+    smallDone = Clock::now();
+    first.join();
+    ASSERT_TRUE(largeSucceeded && smallSucceeded) << "run " << run;
+
+    const auto steps = storedSteps(database);
+    ASSERT_TRUE(steps.size() == 6000 || steps.size() == 1) << "run " << run << ": " << steps.size();
+    EXPECT_EQ(expected(steps.size()),
+              (std::vector<double>{steps.front(), steps[steps.size() > 1 ? 1 : 0], steps.back()}))
+        << "run " << run;
+    if (largeDone - smallDone > std::chrono::milliseconds(50)) {
+      EXPECT_EQ(steps.size(), 6000u) << "run " << run << ": the large import finished last";
+    } else if (smallDone - largeDone > std::chrono::milliseconds(50)) {
+      EXPECT_EQ(steps.size(), 1u) << "run " << run << ": the small import finished last";
+    }
+    EXPECT_TRUE(testing::importFilesBeside(database).empty()) << "run " << run;
+  }
+  importing = false;
+  reader.join();
+  EXPECT_EQ(unreadable.load(), 0) << "a reader found no whole database while imports ran";
 }
 
 TEST(ImportFaultTest, ACorruptDatabaseIsRefusedAndAnImportReplacesIt) {
@@ -129,7 +197,7 @@ TEST(ImportFaultTest, AFullOrReadOnlyDiskFailsTheImportAndKeepsTheOldDatabase) {
   ASSERT_TRUE(full.isFailure());
   EXPECT_EQ(full.error().domain(), kImportDatabaseErrorDomain);
   EXPECT_EQ(storedSteps(database).size(), 10u);
-  EXPECT_FALSE(std::filesystem::exists(disk.file("health.db.importing")))
+  EXPECT_TRUE(testing::importFilesBeside(database).empty())
       << "a failed import left its partial file on the full disk";
   // With the space freed, an import succeeds.
   std::filesystem::remove(disk.file("filler"));
