@@ -21,9 +21,10 @@ enum class ExportIssue : std::uint8_t {
   nestedRecord,          ///< a record inside another record (both are read)
   dateAfterExport,       ///< a record that ends after the export was made (read anyway)
   truncated,             ///< the file ends before the export's closing tag
+  impossibleValue,       ///< a quantity no measurement can have (kLargestQuantity), skipped
 };
 
-inline constexpr std::size_t kExportIssueCount = 9;
+inline constexpr std::size_t kExportIssueCount = 10;
 
 class ExportReport {
  public:

@@ -87,6 +87,9 @@ std::string_view describe(ExportIssue issue) {
       return "records dated after the export was made (a wrong clock?), read anyway";
     case ExportIssue::truncated:
       return "the file ends before </HealthData> (truncated?)";
+    case ExportIssue::impossibleValue:
+      return "quantity records with a value no measurement can have (above a billion in the "
+             "type's unit), skipped";
   }
   return "unknown issue";
 }

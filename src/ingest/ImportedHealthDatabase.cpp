@@ -5,7 +5,9 @@
 
 #include "ImportLayout.h"
 #include "Sqlite.h"
+#include "platform/CanonicalUnits.h"
 #include "platform/HKObjectType.h"
+#include "platform/StoredSample.h"
 
 namespace velk::ingest {
 
@@ -252,15 +254,24 @@ std::vector<platform::StoredSample> ImportedHealthDatabase::samples(
             });
 
   const platform::InternedString typeName(typeIdentifier);
+  const auto canonical = platform::canonicalUnitForQuantityType(typeIdentifier);
   std::vector<platform::StoredSample> result;
   result.reserve(packed.size());
   for (const layout::PackedSample& sample : packed) {
     const bool quantity = sample.kind == static_cast<std::uint8_t>(platform::SampleKind::quantity);
-    // A sample that points at nothing can only come from a damaged file: left out.
+    // A sample that points at nothing, or holds what no import writes (a unit of another
+    // dimension than its type's, a value no measurement can have), can only come from a
+    // damaged file: left out.
     if (sample.source >= sources_.size() || sample.unit >= units_.size() ||
-        (quantity && !units_[sample.unit]) ||
         sample.kind > static_cast<std::uint8_t>(platform::SampleKind::category)) {
       continue;
+    }
+    if (quantity) {
+      const auto& unit = units_[sample.unit];
+      if (!unit || (canonical && !unit->isCompatible(*canonical)) ||
+          !platform::isPossibleQuantity(sample.value, *unit, canonical)) {
+        continue;
+      }
     }
     platform::StoredSample stored;
     stored.type = typeName;

@@ -11,6 +11,8 @@
 #include <vector>
 
 #include "ingest/ExportDate.h"
+#include "platform/CanonicalUnits.h"
+#include "platform/StoredSample.h"
 
 namespace velk::ingest {
 
@@ -318,12 +320,48 @@ void RecordFields::take(std::string_view name, std::string_view text) {
 class RecordMapper::Tables {
  public:
   Tables(ExportRecordBatch& batch, const SourceIdentifierRule& rule)
-      : types(batch.types), units(batch.units), sources(batch.sources, rule) {}
+      : types(batch.types),
+        units(batch.units),
+        sources(batch.sources, rule),
+        typeTable_(batch.types),
+        unitTable_(batch.units) {}
+
+  // Whether a quantity of the batch's type and unit at these indices may have `value`. Units
+  // that cannot hold the type pass here: the store leaves those records out and counts them.
+  bool isPossible(std::uint32_t type, std::uint32_t unit, double value) {
+    const std::uint64_t key = (std::uint64_t{type} << 32) | unit;
+    if (lastUnits_ == nullptr || lastKey_ != key) {
+      auto [found, added] = quantityUnits_.try_emplace(key);
+      if (added) {
+        const std::string& typeText = typeTable_[type];
+        const std::string& unitText = unitTable_[unit];
+        if (platform::isStorableQuantityUnit(typeText, unitText)) {
+          found->second.unit = platform::HKUnit::unitFromString(unitText);
+          found->second.canonical = platform::canonicalUnitForQuantityType(typeText);
+        }
+      }
+      lastKey_ = key;
+      lastUnits_ = &found->second;
+    }
+    return !lastUnits_->unit ||
+           platform::isPossibleQuantity(value, *lastUnits_->unit, lastUnits_->canonical);
+  }
 
   DateReader dates;
   InternedText types, units;
   SourceTable sources;
   std::uint64_t controls = 0;
+
+ private:
+  struct QuantityUnits {
+    std::optional<platform::HKUnit> unit;  ///< absent: not a unit the store holds the type in
+    std::optional<platform::HKUnit> canonical;
+  };
+  const std::vector<std::string>& typeTable_;
+  const std::vector<std::string>& unitTable_;
+  std::unordered_map<std::uint64_t, QuantityUnits> quantityUnits_;
+  std::uint64_t lastKey_ = 0;
+  const QuantityUnits* lastUnits_ = nullptr;
 };
 
 RecordMapper::RecordMapper(ExportRecordBatch& batch, const SourceIdentifierRule& sources,
@@ -365,6 +403,9 @@ MappedRecord RecordMapper::map(const RecordFields& fields) {
     const auto number = readNumber(fields.value);
     if (!number) {
       return skipped(ExportIssue::nonNumericValue, fields.value);
+    }
+    if (!tables.isPossible(*type, *unit, *number)) {
+      return skipped(ExportIssue::impossibleValue, fields.value);
     }
     record.kind = SampleKind::quantity;
     record.value = *number;

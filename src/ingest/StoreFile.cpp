@@ -11,6 +11,7 @@
 #include "platform/CanonicalUnits.h"
 #include "platform/HKObjectType.h"
 #include "platform/HKUnit.h"
+#include "platform/StoredSample.h"
 
 namespace velk::ingest {
 namespace {
@@ -389,6 +390,13 @@ class StoreFileReader {
       record.value = finiteNumber(value["value"], member(path, "value"));
     }
     record.unit = unitOf(value, record.kind, record.type, path);
+    if (record.kind == SampleKind::quantity &&
+        !platform::isPossibleQuantity(record.value, *platform::HKUnit::unitFromString(record.unit),
+                                      platform::canonicalUnitForQuantityType(record.type))) {
+      fail(member(path, "value"), "no measurement of " + record.type + " can be " +
+                                      value["value"].dump() + " " + record.unit +
+                                      " (a sample holds at most a billion in the type's unit)");
+    }
     record.sourceBundleIdentifier = std::string(kDefaultSource);
     if (const json* source = find(value, "source")) {
       record.sourceBundleIdentifier = string(*source, member(path, "source"));

@@ -227,13 +227,21 @@ TEST_F(ToolTest, AnImportedExportAnswersAsTheExportItselfAndSurvivesAFailedImpor
   EXPECT_THAT(failed.err, HasSubstr("notes.txt"));
   EXPECT_EQ(from({"--db", database}).lines, fromExport.lines);
 
-  // Records in units their type cannot have are left out with a warning, read or imported.
+  // Records in units their type cannot have, or with values no measurement can have (that the
+  // library could not sum), are left out with a warning, read or imported.
   std::string xml = R"(<?xml version="1.0" encoding="UTF-8"?><HealthData locale="en_US">)";
-  for (const auto& [unit, value, hour] :
-       {std::tuple{"count", "100", "09"}, {"kg", "70", "10"}, {"bananas", "7", "11"}}) {
-    xml += std::string(R"(<Record type="HKQuantityTypeIdentifierStepCount" sourceName="iPhone" )") +
-           "unit=\"" + unit + "\" value=\"" + value + "\" startDate=\"2024-03-10 " + hour +
-           ":00:00 +0100\" endDate=\"2024-03-10 " + hour + ":10:00 +0100\"/>";
+  for (const auto& [type, unit, value, hour] : {std::tuple{"StepCount", "count", "100", "09"},
+                                                {"StepCount", "kg", "70", "10"},
+                                                {"StepCount", "bananas", "7", "11"},
+                                                {"StepCount", "count", "9.3e18", "12"},
+                                                {"StepCount", "count", "5e18", "13"},
+                                                {"StepCount", "count", "5e18", "14"},
+                                                {"HeartRate", "count/min", "1e300", "15"},
+                                                {"ActiveEnergyBurned", "kcal", "1e300", "16"}}) {
+    xml += std::string(R"(<Record type="HKQuantityTypeIdentifier)") + type +
+           "\" sourceName=\"iPhone\" unit=\"" + unit + "\" value=\"" + value +
+           "\" startDate=\"2024-03-10 " + hour + ":00:00 +0100\" endDate=\"2024-03-10 " + hour +
+           ":10:00 +0100\"/>";
   }
   const std::string path = folder_.write("export.xml", xml + "</HealthData>").string();
   const ToolRun run =
@@ -243,11 +251,26 @@ TEST_F(ToolTest, AnImportedExportAnswersAsTheExportItselfAndSurvivesAFailedImpor
                      ["steps_per_day_number"],
             100);
   EXPECT_THAT(run.err, HasSubstr("2 quantity records name no unit of their type"));
+  EXPECT_THAT(run.err, HasSubstr("5 x quantity records with a value no measurement can have"));
 
   const ToolRun units = velk({"import", path, "--db", folder_.file("units.db").string()}, nullptr);
   ASSERT_EQ(units.status, 0) << units.err;
   EXPECT_EQ(units.lines[0]["samples"], 1);
   EXPECT_EQ(units.lines[0]["samples_without_unit"], 2);
+  EXPECT_THAT(units.err, HasSubstr("5 x quantity records with a value no measurement can have"));
+  const ToolRun fromDatabase = velk({"--db", folder_.file("units.db").string(), "summary",
+                                     "physical", "--date", "2024-03-10T12:00"},
+                                    nullptr);
+  ASSERT_EQ(fromDatabase.status, 0) << fromDatabase.err;
+  EXPECT_EQ(fromDatabase.lines, run.lines);
+
+  // A store file is refused whole, naming the sample.
+  const ToolRun huge =
+      velk({"summary", "physical", "--date", "2024-03-10T12:00"},
+           {{"samples", json::array({sample(kSteps, "2024-03-10T08:00:00+01:00",
+                                            "2024-03-10T08:10:00+01:00", 1e20)})}});
+  EXPECT_EQ(huge.status, 2);
+  EXPECT_THAT(huge.err, HasSubstr("samples[0].value: no measurement of " + std::string(kSteps)));
 }
 
 TEST_F(ToolTest, BadInputIsReportedOnStderrWithStatusTwo) {
