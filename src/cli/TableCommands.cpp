@@ -1,0 +1,98 @@
+#include "cli/TableCommands.h"
+
+#include <nlohmann/json.hpp>
+
+#include <sstream>
+#include <utility>
+
+#include "cli/Commands.h"
+#include "cli/Instant.h"
+#include "cli/ProgressBar.h"
+#include "cli/Tool.h"
+#include "velk/platform/Calendar.h"
+#include "velk/platform/DebugOutput.h"
+#include "velk/platform/Device.h"
+#include "velk/table/DayTable.h"
+#include "velk/table/TableFormats.h"
+
+namespace velk::cli {
+namespace {
+
+// The library's debug output of a whole range, one line per distinct line with its count: a
+// store without weight samples says so for every day, which is one fact, not a thousand.
+void printDebugOutput(const std::string& text, std::ostream& err) {
+  std::vector<std::pair<std::string, int>> lines;
+  std::istringstream in(text);
+  for (std::string line; std::getline(in, line);) {
+    auto seen = std::find_if(lines.begin(), lines.end(),
+                             [&line](const auto& each) { return each.first == line; });
+    if (seen == lines.end()) {
+      lines.emplace_back(line, 1);
+    } else {
+      ++seen->second;
+    }
+  }
+  for (const auto& [line, count] : lines) {
+    err << line << (count > 1 ? " (" + std::to_string(count) + " times)" : "") << "\n";
+  }
+}
+
+// The table of `kinds` over the request's range, with the progress bar on a terminal. On failure
+// the message or error result is printed and the exit status returned.
+struct Built {
+  std::optional<table::DayTable> table;
+  int status = kExitSuccess;
+};
+
+Built buildTable(const TableRequest& request, const std::vector<VelkDataType>& kinds,
+                 std::ostream& out, std::ostream& err) {
+  auto range = parseDayRange(request.from, request.to, request.at, platform::Calendar::current());
+  if (range.isFailure()) {
+    err << "velk: " << range.error().message() << "\n";
+    return {std::nullopt, kExitBadInput};
+  }
+  auto made = [&] {
+    // The debug output waits until the progress line is done with.
+    platform::DebugOutputCapture debugOutput;
+    ProgressBar progress(err, ProgressBar::stderrIsTerminal());
+    auto table = table::makeDayTable(
+        range.value(), kinds,
+        [&progress](std::size_t done, std::size_t total) { progress.updateDays(done, total); });
+    progress.finish();
+    printDebugOutput(debugOutput.text(), err);
+    return table;
+  }();
+  if (made.isSuccess()) {
+    return {std::move(made).value(), kExitSuccess};
+  }
+  const Error& error = made.error();
+  if (error.domain() == table::kTableErrorDomain) {
+    const bool badRange = error.code() == static_cast<std::int64_t>(table::TableError::badRange);
+    err << "velk: " << (badRange ? "--from/--to: " : "") << error.message() << "\n";
+    return {std::nullopt, badRange ? kExitBadInput : kExitFailure};
+  }
+  printErrorResult(error, out);
+  return {std::nullopt, kExitErrorResult};
+}
+
+}  // namespace
+
+int runTable(const TableRequest& request, std::ostream& out, std::ostream& err) {
+  const auto kinds = table::kindsFromNames(request.kinds);
+  if (!kinds) {
+    err << "velk: table: the kinds are sleep, physical, body or all\n";
+    return kExitBadInput;
+  }
+  const Built built = buildTable(request, *kinds, out, err);
+  if (!built.table) {
+    return built.status;
+  }
+  if (request.format == "ndjson") {
+    table::writeNdjson(*built.table, out);
+  } else {
+    table::writeCsv(*built.table, out);
+  }
+  return kExitSuccess;
+}
+
+}  // namespace velk::cli
