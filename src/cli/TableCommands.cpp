@@ -2,6 +2,10 @@
 
 #include <nlohmann/json.hpp>
 
+#include <algorithm>
+#include <filesystem>
+#include <fstream>
+#include <optional>
 #include <sstream>
 #include <utility>
 
@@ -9,6 +13,7 @@
 #include "cli/Instant.h"
 #include "cli/ProgressBar.h"
 #include "cli/Tool.h"
+#include "report/DayReport.h"
 #include "velk/platform/Calendar.h"
 #include "velk/platform/DebugOutput.h"
 #include "velk/platform/Device.h"
@@ -92,6 +97,45 @@ int runTable(const TableRequest& request, std::ostream& out, std::ostream& err) 
   } else {
     table::writeCsv(*built.table, out);
   }
+  return kExitSuccess;
+}
+
+int runReport(const TableRequest& request, std::ostream& out, std::ostream& err) {
+  namespace fs = std::filesystem;
+  const Built built = buildTable(request, *table::kindsFromNames({"all"}), out, err);
+  if (!built.table) {
+    return built.status;
+  }
+  // Written beside the target and renamed when whole, so a failed write leaves the file that was
+  // there before.
+  const fs::path target = request.output;
+  fs::path partial = target;
+  partial += ".partial";
+  {
+    std::ofstream file(partial, std::ios::binary | std::ios::trunc);
+    report::writeReport(*built.table, platform::Device::current()->timeZone(), file);
+    file.close();
+    if (!file) {
+      err << "velk: report: cannot write " << target.string()
+          << " (its folder must exist and be writable)\n";
+      std::error_code ignored;
+      fs::remove(partial, ignored);
+      return kExitBadInput;
+    }
+  }
+  std::error_code renamed;
+  fs::rename(partial, target, renamed);
+  if (renamed) {
+    err << "velk: report: cannot write " << target.string() << ": " << renamed.message() << "\n";
+    std::error_code ignored;
+    fs::remove(partial, ignored);
+    return kExitBadInput;
+  }
+  out << nlohmann::json{{"report", target.string()},
+                        {"days", built.table->rows.size()},
+                        {"bytes", fs::file_size(target)}}
+             .dump()
+      << "\n";
   return kExitSuccess;
 }
 

@@ -76,10 +76,15 @@ int runTool(const std::vector<std::string>& arguments, std::ostream& out, std::o
   table->add_option("kind", tableRequest.kinds, "sleep, physical, body or all")
       ->required()
       ->check(CLI::IsMember({"sleep", "physical", "body", "all"}));
-  table->add_option("--from", tableRequest.from, "First day")->required();
-  table->add_option("--to", tableRequest.to, "Last day")->required();
-  table->add_option("--at", tableRequest.at, "Local time of day at which each day is asked")
-      ->capture_default_str();
+  auto* report =
+      app.add_subcommand("report", "Write an HTML report with charts of a range of days");
+  report->add_option("-o,--output", tableRequest.output, "The HTML file to write")->required();
+  for (auto* command : {table, report}) {
+    command->add_option("--from", tableRequest.from, "First day")->required();
+    command->add_option("--to", tableRequest.to, "Last day")->required();
+    command->add_option("--at", tableRequest.at, "Local time of day at which each day is asked")
+        ->capture_default_str();
+  }
   table->add_option("--format", tableRequest.format, "csv or ndjson")
       ->capture_default_str()
       ->check(CLI::IsMember({"csv", "ndjson"}));
@@ -122,6 +127,9 @@ int runTool(const std::vector<std::string>& arguments, std::ostream& out, std::o
   }
   if (table->parsed()) {
     return runTable(tableRequest, out, err);
+  }
+  if (report->parsed()) {
+    return runReport(tableRequest, out, err);
   }
   return runPermissions(family, out, err);
 }
