@@ -30,6 +30,7 @@ from pathlib import Path
 
 SOURCE = Path(__file__).resolve().parents[2]
 TIMEOUT = 60  # seconds for any one answer of the browser
+WIDTH, HEIGHT = 1100, 900  # the window, in CSS pixels
 
 # What each chart's series show, by the table's columns; a duration shows hours and minutes.
 SERIES = {
@@ -55,10 +56,12 @@ class Browser:
             sys.exit("chromium is not installed (scripts/bootstrap installs it)")
         to_browser, self._commands = os.pipe()
         self._answers, from_browser = os.pipe()
-        flags = ["--headless", "--no-sandbox", "--disable-gpu", "--disable-quic", "--no-first-run",
+        flags = ["--headless", "--disable-gpu", "--disable-quic", "--no-first-run",
                  "--disable-background-networking", "--disable-component-update", "--disable-sync",
                  "--disable-extensions", "--mute-audio", "--hide-scrollbars",
                  "--user-data-dir=" + str(profile), "--remote-debugging-pipe", "about:blank"]
+        if os.geteuid() == 0:
+            flags.insert(1, "--no-sandbox")  # Chromium refuses to run as root with its sandbox
         # The protocol reads commands on descriptor 3 and writes answers on descriptor 4.
         self._process = subprocess.Popen(
             ["sh", "-c", 'exec "$0" "$@" 3<&%d 4>&%d' % (to_browser, from_browser), chromium]
@@ -205,6 +208,43 @@ new Promise((done) => requestAnimationFrame(() => requestAnimationFrame(() => {
 """
 
 
+# Two frames later, what the page changed before has been drawn.
+NEXT_FRAMES = "new Promise((done) => requestAnimationFrame(() => requestAnimationFrame(done)))"
+
+# Pixels per day of the narrowest chart: a day must own a few pixels to be hovered.
+DAY_WIDTH = r"""
+Math.min(...[...document.querySelectorAll("canvas")].map((canvas) => {
+  const chart = Chart.getChart(canvas);
+  return (chart.chartArea.right - chart.chartArea.left) / chart.data.labels.length;
+}))
+"""
+
+# Lets the charts grow with the window, and waits until every chart has been redrawn at least
+# `width` CSS pixels wide.
+WIDEN = r"""
+new Promise((done) => {
+  document.querySelector("main").style.maxWidth = "none";
+  const charts = [...document.querySelectorAll("canvas")].map((canvas) => Chart.getChart(canvas));
+  const wide = () => charts.every((chart) => chart.width >= %d);
+  const check = () => (wide() ? done(true) : requestAnimationFrame(check));
+  check();
+})
+"""
+
+MIN_DAY_WIDTH = 4  # CSS pixels per day for hovering
+
+
+def widen_for_hover(browser, width, height):
+    """Makes every day of a long range wide enough to be hovered, by widening the window."""
+    day_width = browser.evaluate(DAY_WIDTH)
+    if day_width >= MIN_DAY_WIDTH:
+        return
+    wider = int(width * MIN_DAY_WIDTH / day_width) + 200
+    browser.call("Emulation.setDeviceMetricsOverride",
+                 {"width": wider, "height": height, "deviceScaleFactor": 1, "mobile": False})
+    browser.evaluate(WIDEN % (wider - 300))
+
+
 def check_day(browser, day, row, failures):
     for chart, series in SERIES.items():
         point = browser.evaluate(HOVER_POINT % (json.dumps(chart), json.dumps(day)))
@@ -262,7 +302,8 @@ def main():
             for domain in ("Page", "Runtime", "Log", "Network", "Performance"):
                 browser.call(domain + ".enable")
             browser.call("Emulation.setDeviceMetricsOverride",
-                         {"width": 1100, "height": 900, "deviceScaleFactor": 1, "mobile": False})
+                         {"width": WIDTH, "height": HEIGHT, "deviceScaleFactor": 1,
+                          "mobile": False})
             started = time.monotonic()
             browser.call("Page.navigate", {"url": page.as_uri()})
             browser.wait_for("Page.loadEventFired")
@@ -289,18 +330,19 @@ def main():
                     if series["hasData"] and series["pixels"] == 0:
                         failures.append("%s: %s has data but none of its colour was drawn" %
                                         (chart, series["label"]))
-            check_day(browser, options.day, row, failures)
-
+            # The picture first, before hovering leaves a tooltip on it.
             if options.screenshot:
                 browser.evaluate("window.scrollTo(0, 0)")
                 height = browser.evaluate("document.documentElement.scrollHeight")
                 browser.call("Emulation.setDeviceMetricsOverride",
-                             {"width": 1100, "height": height, "deviceScaleFactor": 1,
+                             {"width": WIDTH, "height": height, "deviceScaleFactor": 1,
                               "mobile": False})
-                browser.evaluate("new Promise((done) => setTimeout(done, 200))")
+                browser.evaluate(NEXT_FRAMES)
                 shot = browser.call("Page.captureScreenshot", {"format": "png"})
                 Path(options.screenshot).write_bytes(base64.b64decode(shot["data"]))
                 print("screenshot:", options.screenshot)
+            widen_for_hover(browser, WIDTH, HEIGHT)
+            check_day(browser, options.day, row, failures)
         finally:
             browser.close()
 
