@@ -9,7 +9,7 @@
 #include <cstring>
 #include <string>
 
-#include "velk/ingest/ExportReader.h"
+#include "ingest/ExportReader.h"
 
 namespace velk::fuzz {
 
@@ -52,6 +52,20 @@ class TouchingSink final : public ingest::ExportSink {
         !std::isfinite(value.start.timeIntervalSinceReferenceDate()) ||
         !std::isfinite(value.end.timeIntervalSinceReferenceDate())) {
       __builtin_trap();
+    }
+  }
+  // The batch as it comes, without a record of strings made for each of its records: every
+  // index must lie in its table (at() checks it) and every number must be finite.
+  void records(ingest::ExportRecordBatch&& batch) override {
+    for (const auto& record : batch.records) {
+      touched_ += batch.types.at(record.type).size() + batch.units.at(record.unit).size() +
+                  batch.sources.at(record.source).name.size() +
+                  batch.sources.at(record.source).bundleIdentifier.size();
+      if (!std::isfinite(record.value) ||
+          !std::isfinite(record.start.timeIntervalSinceReferenceDate()) ||
+          !std::isfinite(record.end.timeIntervalSinceReferenceDate())) {
+        __builtin_trap();
+      }
     }
   }
   std::size_t touched() const { return touched_; }

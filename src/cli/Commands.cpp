@@ -10,17 +10,17 @@
 #include "cli/ProgressBar.h"
 #include "cli/Tool.h"
 #include "cli/ToolDevice.h"
+#include "platform/DateFormatter.h"
+#include "platform/HealthDatabase.h"
 #include "table/AwaitedAnswer.h"
 #include "table/DayDocuments.h"
-#include "velk/ingest/ExportImport.h"
-#include "velk/interface/VelkDataType.h"
-#include "velk/interface/VelkExtractionManager.h"
-#include "velk/interface/VelkPermissionExtraction.h"
-#include "velk/platform/Calendar.h"
-#include "velk/platform/DateFormatter.h"
-#include "velk/platform/Device.h"
-#include "velk/platform/HealthDatabase.h"
-#include "velk/table/DayTable.h"
+#include "velk/Calendar.h"
+#include "velk/DayTable.h"
+#include "velk/Device.h"
+#include "velk/ExportImport.h"
+#include "velk/VelkDataType.h"
+#include "velk/VelkExtractionManager.h"
+#include "velk/VelkPermissionExtraction.h"
 
 namespace velk::cli {
 namespace {
@@ -154,7 +154,7 @@ int runImport(const std::string& exportPath, const GlobalOptions& global, std::o
       err << "velk: --sources: " << rule.error().message() << "\n";
       return kExitBadInput;
     }
-    options.read.sources = std::move(rule).value();
+    options.sources = std::move(rule).value();
   }
   ProgressBar progress(err, ProgressBar::stderrIsTerminal());
   auto imported = ingest::importExport(

@@ -5,7 +5,7 @@
 
 #include "cli/ToolDevice.h"
 
-#include "velk/platform/DateFormatter.h"
+#include "platform/DateFormatter.h"
 
 namespace velk::cli {
 namespace {

@@ -8,10 +8,10 @@
 #include <optional>
 #include <string>
 
-#include "velk/platform/Calendar.h"
-#include "velk/platform/Date.h"
-#include "velk/platform/Result.h"
-#include "velk/table/DayTable.h"
+#include "velk/Calendar.h"
+#include "velk/Date.h"
+#include "velk/DayTable.h"
+#include "velk/Result.h"
 
 namespace velk::cli {
 

@@ -10,7 +10,7 @@
 #include <ostream>
 #include <string>
 
-#include "velk/ingest/ExportImport.h"
+#include "velk/ExportImport.h"
 
 namespace velk::cli {
 

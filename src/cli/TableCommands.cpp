@@ -13,12 +13,12 @@
 #include "cli/Instant.h"
 #include "cli/ProgressBar.h"
 #include "cli/Tool.h"
+#include "platform/DebugOutput.h"
 #include "report/DayReport.h"
-#include "velk/platform/Calendar.h"
-#include "velk/platform/DebugOutput.h"
-#include "velk/platform/Device.h"
-#include "velk/table/DayTable.h"
-#include "velk/table/TableFormats.h"
+#include "velk/Calendar.h"
+#include "velk/DayTable.h"
+#include "velk/Device.h"
+#include "velk/TableFormats.h"
 
 namespace velk::cli {
 namespace {

@@ -2,9 +2,12 @@
 // byte of an export passes through here once before it is parsed (for the line feeds that the
 // warnings count and the forbidden characters that are replaced), so the bytes are looked at
 // sixteen at a time where the processor can (SSE2 belongs to every x86-64); elsewhere, and as
-// the reference the faster reading is tested against, byte by byte.
+// the reference the faster reading is tested against, byte by byte. The end of an attribute
+// value is looked for in the same way.
 #pragma once
 
+#include <bit>
+#include <cstddef>
 #include <cstdint>
 
 #if defined(__SSE2__)
@@ -33,6 +36,31 @@ inline ControlMasks controlMasks(const char* bytes) {
     masks.forbidden |= std::uint64_t{isForbiddenControl(c)} << k;
   }
   return masks;
+}
+
+/// Whether `c` may stand in a name as the record scanner reads them: ASCII letters, digits and
+/// "_.:-" (XML allows more; the scanner leaves those names to pugixml).
+constexpr bool isNameByte(char c) {
+  return (c >= 'a' && c <= 'z') || (c >= 'A' && c <= 'Z') || (c >= '0' && c <= '9') || c == '_' ||
+         c == '.' || c == ':' || c == '-';
+}
+
+/// The offset of the first byte in text[at, limit) that may not stand in a name, or `limit`.
+inline std::size_t findNameEnd(const char* text, std::size_t at, std::size_t limit) {
+  while (at < limit && isNameByte(text[at])) {
+    ++at;
+  }
+  return at;
+}
+
+/// The offset of the first '"', '&', '<' or zero byte in text[at, limit), or `limit`.
+inline std::size_t findValueStop(const char* text, std::size_t at, std::size_t limit) {
+  for (; at < limit; ++at) {
+    if (text[at] == '"' || text[at] == '&' || text[at] == '<' || text[at] == '\0') {
+      return at;
+    }
+  }
+  return limit;
 }
 
 }  // namespace bytewise
@@ -81,10 +109,60 @@ inline ControlMasks controlMasks(const char* bytes) {
   return masks;
 }
 
+/// The offset of the first byte in text[at, limit) that may not stand in a name, or `limit`.
+inline std::size_t findNameEnd(const char* text, std::size_t at, std::size_t limit) {
+  using detail::load16;
+  // Unsigned "x <= most" for each byte: the smaller of x and most is x.
+  const auto atMost = [](__m128i x, char most) {
+    return _mm_cmpeq_epi8(_mm_min_epu8(x, _mm_set1_epi8(most)), x);
+  };
+  for (; at + 16 <= limit; at += 16) {
+    const auto block = load16(text + at);
+    // Letters of either case are 'a'..'z' with the 0x20 bit set; nothing else is.
+    const auto letter =
+        atMost(_mm_sub_epi8(_mm_or_si128(block, _mm_set1_epi8(0x20)), _mm_set1_epi8('a')), 25);
+    const auto digit = atMost(_mm_sub_epi8(block, _mm_set1_epi8('0')), 9);
+    const auto marks = _mm_or_si128(_mm_or_si128(_mm_cmpeq_epi8(block, _mm_set1_epi8('_')),
+                                                 _mm_cmpeq_epi8(block, _mm_set1_epi8('.'))),
+                                    _mm_or_si128(_mm_cmpeq_epi8(block, _mm_set1_epi8(':')),
+                                                 _mm_cmpeq_epi8(block, _mm_set1_epi8('-'))));
+    const auto name = _mm_or_si128(_mm_or_si128(letter, digit), marks);
+    const auto others = ~static_cast<unsigned>(_mm_movemask_epi8(name)) & 0xFFFFu;
+    if (others != 0) {
+      return at + static_cast<std::size_t>(std::countr_zero(others));
+    }
+  }
+  return bytewise::findNameEnd(text, at, limit);
+}
+
+/// The offset of the first '"', '&', '<' or zero byte in text[at, limit), or `limit`.
+inline std::size_t findValueStop(const char* text, std::size_t at, std::size_t limit) {
+  using detail::load16;
+  for (; at + 16 <= limit; at += 16) {
+    const auto block = load16(text + at);
+    const auto stops = _mm_or_si128(_mm_or_si128(_mm_cmpeq_epi8(block, _mm_set1_epi8('"')),
+                                                 _mm_cmpeq_epi8(block, _mm_set1_epi8('&'))),
+                                    _mm_or_si128(_mm_cmpeq_epi8(block, _mm_set1_epi8('<')),
+                                                 _mm_cmpeq_epi8(block, _mm_setzero_si128())));
+    if (const auto mask = static_cast<unsigned>(_mm_movemask_epi8(stops)); mask != 0) {
+      return at + static_cast<std::size_t>(std::countr_zero(mask));
+    }
+  }
+  return bytewise::findValueStop(text, at, limit);
+}
+
 #else
 
 inline ControlMasks controlMasks(const char* bytes) {
   return bytewise::controlMasks(bytes);
+}
+
+inline std::size_t findValueStop(const char* text, std::size_t at, std::size_t limit) {
+  return bytewise::findValueStop(text, at, limit);
+}
+
+inline std::size_t findNameEnd(const char* text, std::size_t at, std::size_t limit) {
+  return bytewise::findNameEnd(text, at, limit);
 }
 
 #endif

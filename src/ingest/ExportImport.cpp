@@ -1,4 +1,4 @@
-#include "velk/ingest/ExportImport.h"
+#include "velk/ExportImport.h"
 
 #include <fcntl.h>
 #include <unistd.h>
@@ -12,10 +12,11 @@
 
 #include "ImportLayout.h"
 #include "Sqlite.h"
-#include "velk/ingest/ExportSource.h"
-#include "velk/ingest/ImportedHealthDatabase.h"
-#include "velk/platform/HKUnit.h"
-#include "velk/platform/StoredSample.h"
+#include "ingest/ExportReader.h"
+#include "ingest/ExportSource.h"
+#include "ingest/ImportedHealthDatabase.h"
+#include "platform/HKUnit.h"
+#include "platform/StoredSample.h"
 
 namespace velk::ingest {
 namespace {
@@ -58,10 +59,13 @@ class DatabaseWriter final : public ExportSink {
                  const ImportProgressHandler& progress)
       : connection_(connection), source_(source), progress_(progress) {}
 
+  // The file is written once, front to back, and only its small index is read back: a page
+  // cache of 16 pages serves that. SQLite's default of 2 MB kept claiming fresh memory while
+  // the file grew (half the import's page faults, a tenth of its CPU time).
   Result<bool> prepare() {
     if (auto made = connection_.execute(
             "PRAGMA journal_mode = OFF; PRAGMA synchronous = OFF; PRAGMA locking_mode = "
-            "EXCLUSIVE; PRAGMA page_size = 65536; BEGIN;");
+            "EXCLUSIVE; PRAGMA page_size = 65536; PRAGMA cache_size = 16; BEGIN;");
         made.isFailure()) {
       return made;
     }
@@ -484,7 +488,9 @@ Result<ImportSummary> importExport(const std::filesystem::path& exportPath,
     if (auto prepared = writer.prepare(); prepared.isFailure()) {
       return fail(prepared.error());
     }
-    auto report = ExportReader(options.read).read(source, writer);
+    ExportReadOptions readOptions;
+    readOptions.sources = options.sources;
+    auto report = ExportReader(std::move(readOptions)).read(source, writer);
     if (report.isFailure()) {
       return fail(report.error());
     }

@@ -1,4 +1,4 @@
-#include "velk/ingest/ExportReport.h"
+#include "velk/ExportReport.h"
 
 #include <algorithm>
 
@@ -19,7 +19,7 @@ void ExportReport::noteMany(ExportIssue issue, std::uint64_t count) {
   mutableEntry(issue).count += count;
 }
 
-void ExportReport::merge(const ExportReport& later) {
+void ExportReport::merge(const ExportReport& later, std::uint64_t lineOffset) {
   for (std::size_t i = 0; i < kExportIssueCount; ++i) {
     auto& mine = entries_[i];
     const auto& theirs = later.entries_[i];
@@ -29,7 +29,7 @@ void ExportReport::merge(const ExportReport& later) {
     mine.count += theirs.count;
     for (const auto line : theirs.firstLines) {
       if (mine.firstLines.size() < kFirstLines) {
-        mine.firstLines.push_back(line);
+        mine.firstLines.push_back(line + lineOffset);
       }
     }
   }

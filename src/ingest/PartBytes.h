@@ -9,11 +9,22 @@
 #include <cstring>
 #include <memory>
 #include <string_view>
+#include <utility>
 
 namespace velk::ingest {
 
 class PartBytes {
  public:
+  PartBytes() = default;
+  PartBytes(PartBytes&& other) noexcept { *this = std::move(other); }
+  /// Takes `other`'s bytes; it is left empty.
+  PartBytes& operator=(PartBytes&& other) noexcept {
+    bytes_ = std::move(other.bytes_);
+    size_ = std::exchange(other.size_, 0);
+    capacity_ = std::exchange(other.capacity_, 0);
+    return *this;
+  }
+
   char* data() { return bytes_.get(); }
   const char* data() const { return bytes_.get(); }
   std::size_t size() const { return size_; }

@@ -1,4 +1,4 @@
-#include "velk/platform/UserDefaults.h"
+#include "platform/UserDefaults.h"
 
 #include <sqlite3.h>
 

@@ -4,7 +4,7 @@
 #include <ostream>
 #include <string>
 
-#include "velk/table/DayTable.h"
+#include "velk/DayTable.h"
 
 namespace velk::report {
 

@@ -9,7 +9,7 @@
 #include <optional>
 #include <utility>
 
-#include "velk/platform/Device.h"
+#include "velk/Device.h"
 
 namespace velk::table {
 

@@ -4,7 +4,7 @@
 #include <array>
 
 #include "table/DayRow.h"
-#include "velk/table/DayTable.h"
+#include "velk/DayTable.h"
 
 namespace velk::table {
 namespace {

@@ -5,7 +5,7 @@
 #include <string>
 
 #include "table/AwaitedAnswer.h"
-#include "velk/table/DayTable.h"
+#include "velk/DayTable.h"
 
 namespace velk::table {
 namespace {

@@ -6,10 +6,10 @@
 
 #include <nlohmann/json.hpp>
 
-#include "velk/interface/VelkDataType.h"
-#include "velk/interface/VelkExtractionManager.h"
-#include "velk/platform/Date.h"
-#include "velk/platform/Result.h"
+#include "velk/Date.h"
+#include "velk/Result.h"
+#include "velk/VelkDataType.h"
+#include "velk/VelkExtractionManager.h"
 
 namespace velk::table {
 

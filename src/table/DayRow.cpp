@@ -3,7 +3,7 @@
 #include <algorithm>
 #include <string>
 
-#include "velk/platform/Device.h"
+#include "velk/Device.h"
 
 namespace velk::table {
 namespace {

@@ -8,9 +8,9 @@
 
 #include <nlohmann/json.hpp>
 
-#include "velk/platform/Date.h"
-#include "velk/platform/DateFormatter.h"
-#include "velk/table/DayTable.h"
+#include "platform/DateFormatter.h"
+#include "velk/Date.h"
+#include "velk/DayTable.h"
 
 namespace velk::table {
 

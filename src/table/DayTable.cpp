@@ -1,11 +1,11 @@
-#include "velk/table/DayTable.h"
+#include "velk/DayTable.h"
 
 #include <tuple>
 
 #include "table/DayDocuments.h"
 #include "table/DayRow.h"
-#include "velk/interface/VelkExtractionManager.h"
-#include "velk/platform/Calendar.h"
+#include "velk/Calendar.h"
+#include "velk/VelkExtractionManager.h"
 
 namespace velk::table {
 namespace {

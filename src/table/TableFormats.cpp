@@ -1,4 +1,4 @@
-#include "velk/table/TableFormats.h"
+#include "velk/TableFormats.h"
 
 #include <string>
 

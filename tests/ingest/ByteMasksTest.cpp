@@ -31,5 +31,26 @@ TEST(ByteMasksTest, AgreeWithTheByteByByteReading) {
   EXPECT_EQ(bytewise::controlMasks(one.data()).forbidden, std::uint64_t{1} << 63);
 }
 
+// The ends of names and values the processor finds against the byte-by-byte reference, from
+// every start to every limit of random text made of the bytes where the answers turn.
+TEST(ByteMasksTest, FindTheEndsOfNamesAndValuesAsTheByteByByteReading) {
+  std::mt19937 random(12);
+  const std::string turns = "\"&<\0azAZ09_.:-=@[`{/ \x80\xff";
+  for (int round = 0; round < 300; ++round) {
+    std::string bytes(48, 'x');
+    for (auto& byte : bytes) {
+      byte = random() % 3 == 0 ? turns[random() % turns.size()] : static_cast<char>(random() % 128);
+    }
+    for (std::size_t at = 0; at <= bytes.size(); ++at) {
+      for (std::size_t limit = at; limit <= bytes.size(); ++limit) {
+        ASSERT_EQ(findValueStop(bytes.data(), at, limit),
+                  bytewise::findValueStop(bytes.data(), at, limit));
+        ASSERT_EQ(findNameEnd(bytes.data(), at, limit),
+                  bytewise::findNameEnd(bytes.data(), at, limit));
+      }
+    }
+  }
+}
+
 }  // namespace
 }  // namespace velk::ingest

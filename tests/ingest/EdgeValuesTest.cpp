@@ -5,11 +5,11 @@
 
 #include <cmath>
 
+#include "healthstore/VelkPredicateBuilder.h"
+#include "ingest/ExportReader.h"
 #include "ingest/ExportTestSupport.h"
+#include "ingest/StoreFile.h"
 #include "support/TestDevice.h"
-#include "velk/healthstore/VelkPredicateBuilder.h"
-#include "velk/ingest/ExportReader.h"
-#include "velk/ingest/StoreFile.h"
 
 namespace velk::ingest {
 namespace {
@@ -66,6 +66,15 @@ TEST(EdgeValuesTest, ExportsReadFarDatesAndWarnAboutNumbersThatAreNotFinite) {
     body +=
         testing::namedRecord("S", value, "2024-01-01 00:00:00 +0000", "2024-01-01 00:01:00 +0000");
   }
+  // Whole numbers that no integer holds are no category values (the fuzzer's find: converting
+  // 6.7e81 to an integer was undefined).
+  for (const char* value : {"6.7e81", "-9.3e18", "1e300"}) {
+    body +=
+        " <Record type=\"HKCategoryTypeIdentifierSleepAnalysis\" sourceName=\"S\" "
+        "startDate=\"2024-01-01 00:00:00 +0000\" endDate=\"2024-01-01 00:01:00 +0000\" "
+        "value=\"" +
+        std::string(value) + "\"/>\n";
+  }
   testing::TempDir dir;
   testing::CollectingSink sink;
   const auto report = ExportReader().read(dir.write("edge.xml", testing::exportWith(body)), sink);
@@ -75,6 +84,7 @@ TEST(EdgeValuesTest, ExportsReadFarDatesAndWarnAboutNumbersThatAreNotFinite) {
   EXPECT_EQ(sink.records[0].start, utcDate(1900, 1, 1));
   EXPECT_EQ(sink.records[1].start, utcDate(2150, 6, 1, 6, 30));
   EXPECT_EQ(report.value().count(ExportIssue::nonNumericValue), 7u);
+  EXPECT_EQ(report.value().count(ExportIssue::unknownCategoryValue), 3u);
   for (const auto& one : sink.records) {
     EXPECT_TRUE(std::isfinite(one.value));
   }

@@ -1,7 +1,7 @@
 #include <gtest/gtest.h>
 
-#include "velk/platform/HKQuantity.h"
-#include "velk/platform/HKUnit.h"
+#include "platform/HKQuantity.h"
+#include "platform/HKUnit.h"
 
 namespace velk::platform {
 namespace {

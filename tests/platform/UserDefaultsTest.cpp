@@ -6,8 +6,8 @@
 #include <thread>
 #include <vector>
 
+#include "platform/UserDefaults.h"
 #include "support/TempDir.h"
-#include "velk/platform/UserDefaults.h"
 
 namespace velk::platform {
 namespace {

@@ -13,14 +13,14 @@
 #include <string>
 #include <vector>
 
+#include "platform/DebugOutput.h"
 #include "support/TempDir.h"
 #include "support/TestDevice.h"
-#include "velk/ingest/DeviceConfiguration.h"
-#include "velk/interface/VelkExtractionManager.h"
-#include "velk/platform/Calendar.h"
-#include "velk/platform/DebugOutput.h"
-#include "velk/platform/Device.h"
-#include "velk/table/DayTable.h"
+#include "velk/Calendar.h"
+#include "velk/DayTable.h"
+#include "velk/Device.h"
+#include "velk/DeviceConfiguration.h"
+#include "velk/VelkExtractionManager.h"
 
 namespace velk::table {
 namespace {

@@ -3,7 +3,7 @@
 #include <locale>
 #include <sstream>
 
-#include "velk/table/TableFormats.h"
+#include "velk/TableFormats.h"
 
 namespace velk::table {
 namespace {
