@@ -6,6 +6,11 @@
 // that is missing, or of another type than the one asked for, reads as absent, and a write that
 // the database refuses is reported on stderr and otherwise dropped.
 //
+// A set is committed when it returns: a crash of the process loses nothing. Like the platform's
+// defaults it is not flushed to the disk at once, but when the journal is next folded into the
+// file (every thousand or so writes, and when the last instance closes); a power loss may lose the
+// latest values, never the file.
+//
 // All operations are safe to call from any thread.
 #pragma once
 
