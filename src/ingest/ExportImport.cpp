@@ -70,8 +70,8 @@ class DatabaseWriter final : public ExportSink {
       return made;
     }
     auto insert = connection_.prepare(
-        "INSERT INTO blocks(type_id, is_long, first_start, last_end, sample_count, samples) "
-        "VALUES (?1, ?2, ?3, ?4, ?5, ?6)");
+        "INSERT INTO blocks(type_id, is_long, first_start, last_end, sample_count, samples, "
+        "checksum) VALUES (?1, ?2, ?3, ?4, ?5, ?6, ?7)");
     if (insert.isFailure()) {
       return Result<bool>::failure(insert.error());
     }
@@ -271,12 +271,15 @@ class DatabaseWriter final : public ExportSink {
       for (std::size_t i = 0; i < block.samples.size(); ++i) {
         layout::pack(block.samples[i], bytes.data() + i * layout::kSampleBytes);
       }
-      insertBlock_.bind(1, block.typeId);
-      insertBlock_.bind(2, std::int64_t{block.isLong ? 1 : 0});
-      insertBlock_.bind(3, block.firstStart);
-      insertBlock_.bind(4, block.lastEnd);
-      insertBlock_.bind(5, static_cast<std::int64_t>(block.samples.size()));
+      const layout::BlockHeader header{block.typeId, block.isLong, block.firstStart, block.lastEnd,
+                                       static_cast<std::int64_t>(block.samples.size())};
+      insertBlock_.bind(1, header.typeId);
+      insertBlock_.bind(2, std::int64_t{header.isLong ? 1 : 0});
+      insertBlock_.bind(3, header.firstStart);
+      insertBlock_.bind(4, header.lastEnd);
+      insertBlock_.bind(5, header.sampleCount);
       insertBlock_.bindBlob(6, bytes.data(), bytes.size());
+      insertBlock_.bind(7, std::int64_t{layout::blockChecksum(header, bytes.data(), bytes.size())});
       if (insertBlock_.step() != SQLITE_DONE) {
         failure_ = databaseError(DatabaseErrorCode::sqliteFailed,
                                  "cannot store samples: " + connection_.lastMessage());

@@ -1,6 +1,7 @@
 // The tool end to end: a store file in, documents and results out, as a user runs it.
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
+#include <sqlite3.h>
 #include <nlohmann/json.hpp>
 
 #include <algorithm>
@@ -287,6 +288,36 @@ TEST_F(ToolTest, AnImportedExportAnswersAsTheExportItselfAndSurvivesAFailedImpor
   EXPECT_THAT(huge.err, HasSubstr("samples[0].value: no measurement of " + std::string(kSteps)));
 }
 
+// A database changed after its import, as the damage a disk or a hand does: each summary fails
+// with status 2 and an error naming the file, instead of stopping the process or printing a
+// day without the data as if it had none.
+TEST_F(ToolTest, ADamagedDatabaseFailsTheSummaryNamingTheFile) {
+  const std::string exportPath = testing::sourcePath("data/sample/watch5-2020/export.xml").string();
+  const std::string clean = folder_.file("clean.db").string();
+  ASSERT_EQ(velk({"import", exportPath, "--db", clean}, nullptr).status, 0);
+  for (const char* damage : {"UPDATE units SET text = 'kg' WHERE text = 'count/min'",
+                             "UPDATE blocks SET samples = x'00010203'",
+                             "UPDATE blocks SET samples = CAST(substr(samples, 1, 12) || x'ff' || "
+                             "substr(samples, 14) AS BLOB)",
+                             "UPDATE blocks SET first_start = first_start + 1",
+                             "UPDATE units SET text = 'furlongs' WHERE text = 'count'"}) {
+    SCOPED_TRACE(damage);
+    const std::string database = folder_.file("damaged.db").string();
+    std::filesystem::copy_file(clean, database, std::filesystem::copy_options::overwrite_existing);
+    sqlite3* handle = nullptr;
+    ASSERT_EQ(sqlite3_open(database.c_str(), &handle), SQLITE_OK);
+    ASSERT_EQ(sqlite3_exec(handle, damage, nullptr, nullptr, nullptr), SQLITE_OK);
+    sqlite3_close(handle);
+
+    const ToolRun run = velk({"--db", database, "--tz", "Africa/Johannesburg", "summary",
+                              "physical", "--date", "2020-04-13"},
+                             nullptr);
+    EXPECT_EQ(run.status, 2);
+    EXPECT_THAT(run.err, AllOf(HasSubstr("damaged.db: damaged import database"),
+                               HasSubstr("import the export again")));
+  }
+}
+
 TEST_F(ToolTest, BadInputIsReportedOnStderrWithStatusTwo) {
   const std::pair<std::vector<std::string>, std::string> cases[] = {
       {{"--tz", "Mars/Olympus", "last-date"}, "Mars/Olympus"},
@@ -306,6 +337,10 @@ TEST_F(ToolTest, BadInputIsReportedOnStderrWithStatusTwo) {
                              {{"samples", {{{"type", kSteps}, {"value", "many"}}}}});
   EXPECT_EQ(store.status, 2);
   EXPECT_THAT(store.err, AllOf(HasSubstr("store.json"), HasSubstr("samples[0]")));
+  const ToolRun folder =
+      velk({"--db", folder_.path().string(), "summary", "sleep", "--date", "2024-03-10"}, nullptr);
+  EXPECT_EQ(folder.status, 2);
+  EXPECT_THAT(folder.err, HasSubstr("is a directory"));
 }
 
 }  // namespace

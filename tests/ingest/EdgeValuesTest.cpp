@@ -45,6 +45,7 @@ TEST(EdgeValuesTest, StoreFilesKeepFarDatesAndFractionsAndRefuseNumbersBeyondADo
   EXPECT_EQ(
       database
           ->samples("HKQuantityTypeIdentifierStepCount", utcDate(1899, 12, 31), utcDate(1900, 1, 2))
+          .value()
           .size(),
       1u);
 
@@ -95,7 +96,7 @@ TEST(EdgeValuesTest, ExportsReadFarDatesAndWarnAboutNumbersThatAreNotFinite) {
 
 // A sample holds at most a billion of its type's unit, whatever unit it is written in, so that no
 // sum of a day's samples can leave the 64-bit range: exports and imports skip the others with a
-// warning, store files are refused, and a database altered afterwards leaves them out.
+// warning, store files are refused, and a database altered afterwards fails the read.
 TEST(EdgeValuesTest, ValuesNoMeasurementCanHaveAreRefusedWhereDataEnters) {
   const auto record = [](const std::string& type, const std::string& unit,
                          const std::string& value) {
@@ -124,7 +125,7 @@ TEST(EdgeValuesTest, ValuesNoMeasurementCanHaveAreRefusedWhereDataEnters) {
   EXPECT_EQ(imported.value().samplesStored, 4u);
   EXPECT_EQ(imported.value().report.count(ExportIssue::impossibleValue), 7u);
 
-  // A value written into the database afterwards is left out instead of reaching a sum.
+  // A value written into the database afterwards fails the read instead of reaching a sum.
   sqlite3* handle = nullptr;
   ASSERT_EQ(sqlite3_open(dir.file("huge.db").c_str(), &handle), SQLITE_OK);
   const std::string raise =
@@ -134,7 +135,12 @@ TEST(EdgeValuesTest, ValuesNoMeasurementCanHaveAreRefusedWhereDataEnters) {
       "identifier = 'HKQuantityTypeIdentifierStepCount')";
   ASSERT_EQ(sqlite3_exec(handle, raise.c_str(), nullptr, nullptr, nullptr), SQLITE_OK);
   sqlite3_close(handle);
-  EXPECT_EQ(testing::storedSteps(dir.file("huge.db")), (std::vector<double>{-1e9}));
+  const auto altered =
+      ImportedHealthDatabase::open(dir.file("huge.db"))
+          .value()
+          ->samples("HKQuantityTypeIdentifierStepCount", std::nullopt, std::nullopt);
+  ASSERT_TRUE(altered.isFailure());
+  EXPECT_THAT(altered.error().message(), ::testing::HasSubstr("huge.db: damaged import database"));
 
   for (const char* value : {"1e20", "-2e9", "1000000001"}) {
     SCOPED_TRACE(value);

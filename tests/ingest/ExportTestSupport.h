@@ -149,10 +149,14 @@ inline std::vector<double> storedSteps(const std::filesystem::path& database) {
   auto opened = ingest::ImportedHealthDatabase::open(database);
   EXPECT_TRUE(opened.isSuccess()) << (opened.isFailure() ? opened.error().message() : "");
   std::vector<double> values;
-  for (const auto& sample : opened.isSuccess()
-                                ? opened.value()->samples("HKQuantityTypeIdentifierStepCount",
-                                                          std::nullopt, std::nullopt)
-                                : std::vector<platform::StoredSample>{}) {
+  if (opened.isFailure()) {
+    return values;
+  }
+  const auto read =
+      opened.value()->samples("HKQuantityTypeIdentifierStepCount", std::nullopt, std::nullopt);
+  EXPECT_TRUE(read.isSuccess()) << (read.isFailure() ? read.error().message() : "");
+  for (const auto& sample :
+       read.isSuccess() ? read.value() : std::vector<platform::StoredSample>{}) {
     values.push_back(sample.value);
   }
   return values;

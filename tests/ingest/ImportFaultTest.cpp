@@ -2,6 +2,7 @@
 // corrupt, locked, on a full or read-only disk, and two processes writing one user-defaults
 // store. Each ends in a clear error, and the content from before stays whole.
 #include <fcntl.h>
+#include <gmock/gmock.h>
 #include <gtest/gtest.h>
 #include <signal.h>
 #include <sqlite3.h>
@@ -19,8 +20,13 @@
 
 #include "ingest/ExportTestSupport.h"
 #include "ingest/ImportedHealthDatabase.h"
+#include "platform/HKHealthStore.h"
+#include "platform/HKObjectType.h"
+#include "platform/HKStatisticsCollectionQuery.h"
 #include "platform/UserDefaults.h"
+#include "support/StoreFixture.h"
 #include "support/TempDir.h"
+#include "support/TestDevice.h"
 #include "velk/ExportImport.h"
 
 namespace velk::ingest {
@@ -29,6 +35,8 @@ namespace {
 using testing::exportOf;
 using testing::readFile;
 using testing::storedSteps;
+
+constexpr const char* kSteps = "HKQuantityTypeIdentifierStepCount";
 
 TEST(ImportFaultTest, AnImportKilledAtAnyMomentLeavesAUsableDatabase) {
   testing::TempDir dir;
@@ -151,6 +159,80 @@ TEST(ImportFaultTest, ACorruptDatabaseIsRefusedAndAnImportReplacesIt) {
   }
   ASSERT_TRUE(importExport(dir.write("b.xml", exportOf(7)), database).isSuccess());
   EXPECT_EQ(storedSteps(database).size(), 7u);
+}
+
+// Bytes changed inside the blocks after the import, a tenth of them, the sizes kept: opening
+// still works (the blocks are read only when asked for), but every query that reads them
+// completes with a database error naming the file, the platform's statistics too, never with
+// what was left of the samples. A database of the format before checksums asks for an import.
+TEST(ImportFaultTest, ADamagedBlockFailsTheQueriesThatReadIt) {
+  testing::TempDir dir;
+  const auto database = dir.file("health.db");
+  ASSERT_TRUE(importExport(dir.write("a.xml", exportOf(500)), database).isSuccess());
+  sqlite3* handle = nullptr;
+  ASSERT_EQ(sqlite3_open(database.c_str(), &handle), SQLITE_OK);
+  {
+    sqlite3_stmt* read = nullptr;
+    sqlite3_stmt* write = nullptr;
+    sqlite3_prepare_v2(handle, "SELECT rowid, samples FROM blocks", -1, &read, nullptr);
+    sqlite3_prepare_v2(handle, "UPDATE blocks SET samples = ?1 WHERE rowid = ?2", -1, &write,
+                       nullptr);
+    std::vector<std::pair<sqlite3_int64, std::string>> blocks;
+    while (sqlite3_step(read) == SQLITE_ROW) {
+      std::string bytes(static_cast<const char*>(sqlite3_column_blob(read, 1)),
+                        static_cast<std::size_t>(sqlite3_column_bytes(read, 1)));
+      for (std::size_t at = 7; at < bytes.size(); at += 10) {
+        bytes[at] = static_cast<char>(bytes[at] ^ 0x5a);
+      }
+      blocks.emplace_back(sqlite3_column_int64(read, 0), std::move(bytes));
+    }
+    ASSERT_FALSE(blocks.empty());
+    for (const auto& [row, bytes] : blocks) {
+      sqlite3_bind_blob(write, 1, bytes.data(), static_cast<int>(bytes.size()), SQLITE_STATIC);
+      sqlite3_bind_int64(write, 2, row);
+      ASSERT_EQ(sqlite3_step(write), SQLITE_DONE);
+      sqlite3_reset(write);
+    }
+    sqlite3_finalize(read);
+    sqlite3_finalize(write);
+  }
+
+  auto opened = ImportedHealthDatabase::open(database);
+  ASSERT_TRUE(opened.isSuccess()) << opened.error().message();
+  const auto read = opened.value()->samples(kSteps, std::nullopt, std::nullopt);
+  ASSERT_TRUE(read.isFailure());
+  EXPECT_EQ(read.error().domain(), kImportDatabaseErrorDomain);
+  EXPECT_EQ(read.error().code(), static_cast<std::int64_t>(DatabaseErrorCode::damaged));
+  EXPECT_THAT(read.error().message(),
+              ::testing::AllOf(::testing::HasSubstr("health.db: damaged import database"),
+                               ::testing::HasSubstr("checksum")));
+
+  testing::TestDevice device({.healthDatabase = opened.value()});
+  const platform::HKHealthStore store;
+  const auto steps = platform::HKObjectType::quantityTypeForIdentifier(kSteps).value();
+  const auto samples = testing::runSampleQuery(store, steps, std::nullopt);
+  EXPECT_FALSE(samples.samples);
+  ASSERT_TRUE(samples.error);
+  EXPECT_EQ(samples.error->message(), read.error().message());
+  platform::DateComponents day;
+  day.day = 1;
+  const auto sums = testing::runCollectionQuery(
+      store, platform::HKStatisticsCollectionQuery(steps, std::nullopt,
+                                                   platform::HKStatisticsOptions::cumulativeSum,
+                                                   testing::utcDate(2024, 1, 1), day));
+  EXPECT_FALSE(sums.collection);
+  ASSERT_TRUE(sums.error);
+  EXPECT_EQ(sums.error->message(), read.error().message());
+  EXPECT_EQ(opened.value()->firstFailedRead(), read.error());
+
+  ASSERT_EQ(sqlite3_exec(handle, "UPDATE meta SET value = '1' WHERE key = 'version'", nullptr,
+                         nullptr, nullptr),
+            SQLITE_OK);
+  sqlite3_close(handle);
+  const auto old = ImportedHealthDatabase::open(database);
+  ASSERT_TRUE(old.isFailure());
+  EXPECT_EQ(old.error().code(), static_cast<std::int64_t>(DatabaseErrorCode::wrongVersion));
+  EXPECT_THAT(old.error().message(), ::testing::HasSubstr("import the export again"));
 }
 
 TEST(ImportFaultTest, ADatabaseLockedByAnotherConnectionStaysWholeForIt) {

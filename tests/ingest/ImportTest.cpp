@@ -159,8 +159,8 @@ TEST(ImportedDatabaseConcurrencyTest, AnswersEveryWindowAsTheInMemoryStoreOfTheS
         for (const std::string& type : types) {
           for (const auto& [start, end] : windows) {
             if (index++ % 4 == t) {
-              ASSERT_EQ(valuesOf(database->samples(type, start, end)),
-                        valuesOf(memory->samples(type, start, end)))
+              ASSERT_EQ(valuesOf(database->samples(type, start, end).value()),
+                        valuesOf(memory->samples(type, start, end).value()))
                   << type;
             }
           }
