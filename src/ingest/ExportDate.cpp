@@ -82,7 +82,7 @@ std::optional<int> readOffset(FieldCursor& cursor) {
 
 std::optional<Date> fromFields(int year, int month, int day, int hour, int minute, int second,
                                int offsetSeconds) {
-  if (hour > 23 || minute > 59 || second > 60) {
+  if (hour > 23 || minute > 59 || second > 59) {  // no leap seconds: the store has none
     return std::nullopt;
   }
   const auto civil = civilDay(year, month, day);

@@ -240,7 +240,7 @@ class DateReader {
     const auto hour = digit(11) * 10 + digit(12);
     const auto minute = digit(14) * 10 + digit(15);
     const auto second = digit(17) * 10 + digit(18);
-    if (hour > 23 || minute > 59 || second > 60) {
+    if (hour > 23 || minute > 59 || second > 59) {
       return std::nullopt;
     }
     return static_cast<double>(hour * 3600 + minute * 60 + second);
@@ -289,28 +289,47 @@ void RecordFields::take(std::string_view name, std::string_view text) {
   const auto is = [name](std::string_view wanted) {
     return std::memcmp(name.data(), wanted.data(), wanted.size()) == 0;
   };
+  const auto keep = [this, text](std::string_view& field) {
+    repeated = repeated || field.data() != nullptr;
+    field = text;
+  };
   switch (name.size()) {
     case 4:
-      type = is("type") ? text : type;
-      unit = is("unit") ? text : unit;
+      if (is("type")) {
+        keep(type);
+      } else if (is("unit")) {
+        keep(unit);
+      }
       break;
     case 5:
-      value = is("value") ? text : value;
+      if (is("value")) {
+        keep(value);
+      }
       break;
     case 6:
-      device = is("device") ? text : device;
+      if (is("device")) {
+        keep(device);
+      }
       break;
     case 7:
-      endDate = is("endDate") ? text : endDate;
+      if (is("endDate")) {
+        keep(endDate);
+      }
       break;
     case 9:
-      startDate = is("startDate") ? text : startDate;
+      if (is("startDate")) {
+        keep(startDate);
+      }
       break;
     case 10:
-      sourceName = is("sourceName") ? text : sourceName;
+      if (is("sourceName")) {
+        keep(sourceName);
+      }
       break;
     case 13:
-      sourceVersion = is("sourceVersion") ? text : sourceVersion;
+      if (is("sourceVersion")) {
+        keep(sourceVersion);
+      }
       break;
     default:
       break;
@@ -375,6 +394,9 @@ std::uint64_t RecordMapper::controlsReplaced() const {
 }
 
 MappedRecord RecordMapper::map(const RecordFields& fields) {
+  if (fields.repeated) {
+    return skipped(ExportIssue::repeatedAttribute);  // which of the two was meant is unknown
+  }
   if (fields.type.empty() || fields.startDate.empty() || fields.endDate.empty()) {
     return skipped(ExportIssue::missingAttribute);
   }
@@ -383,6 +405,9 @@ MappedRecord RecordMapper::map(const RecordFields& fields) {
   const auto end = tables.dates.read(fields.endDate);
   if (!start || !end) {
     return skipped(ExportIssue::unreadableDate, !start ? fields.startDate : fields.endDate);
+  }
+  if (*end < *start) {
+    return skipped(ExportIssue::endBeforeStart, fields.endDate);  // the store holds none such
   }
   const auto type = tables.types.indexOf(fields.type, tables.controls);
   const auto unit = tables.units.indexOf(fields.unit, tables.controls);

@@ -249,6 +249,14 @@ static void test_bad_arguments(void) {
   EXPECT_INVALID(velk_get_last_extraction_date(manager, (velk_data_type)7, &has, &date), "kind 7");
   EXPECT_INVALID(velk_get_last_extraction_date_of_body(manager, NULL, &date), "has_date_out");
   EXPECT_INVALID(velk_device_date(device, 2024, 3, 10, 12, 0, 0, NULL), "date_out is NULL");
+  /* Fields outside their ranges are refused, never carried into the next month or year. */
+  EXPECT_INVALID(velk_device_date(device, 2024, 13, 10, 12, 0, 0, &date), "no such wall time");
+  EXPECT_INVALID(velk_device_date(device, 2024, 3, 40, 12, 0, 0, &date), "no such wall time");
+  EXPECT_INVALID(velk_device_date(device, 2023, 2, 29, 12, 0, 0, &date), "no such wall time");
+  EXPECT_INVALID(velk_device_date(device, 2000000000, 3, 10, 12, 0, 0, &date), "year 1-9999");
+  EXPECT_INVALID(velk_device_date(device, 2024, 3, 10, 24, 0, 0, &date), "no such wall time");
+  EXPECT_INVALID(velk_device_date(device, 2024, 3, 10, 12, 0, -1, &date), "no such wall time");
+  EXPECT_OK(velk_device_date(device, 2024, 2, 29, 23, 59, 59, &date));
   EXPECT_INVALID(velk_main_queue_run_until(device, NULL, NULL, 1, NULL), "done is NULL");
   EXPECT_OK(velk_permission_extraction_new(device, &extraction));
   EXPECT_INVALID(velk_request_sleep_permissions_objc(extraction, NULL, NULL), "callback is NULL");

@@ -94,6 +94,31 @@ TEST(EdgeValuesTest, ExportsReadFarDatesAndWarnAboutNumbersThatAreNotFinite) {
   }
 }
 
+// Records the store could never hold, or whose meaning is unclear, are skipped with a warning
+// each, never read as they stand: an end before the start, a leap second, an attribute twice.
+TEST(EdgeValuesTest, RecordsEndingBeforeTheyStartOrRepeatingAnAttributeAreSkippedWithAWarning) {
+  const auto record = [](const std::string& attributes, const std::string& start,
+                         const std::string& end, const std::string& value) {
+    return " <Record type=\"HKQuantityTypeIdentifierStepCount\" " + attributes +
+           "sourceName=\"S\" unit=\"count\" startDate=\"2024-01-01 " + start +
+           " +0000\" endDate=\"2024-01-01 " + end + " +0000\" value=\"" + value + "\"/>\n";
+  };
+  const std::string body =
+      record("", "08:00:00", "08:00:00", "1") + record("", "09:00:00", "08:00:00", "100") +
+      record("", "23:59:60", "23:59:60", "7") +
+      record("type=\"HKQuantityTypeIdentifierHeartRate\" ", "10:00:00", "10:10:00", "30");
+  testing::TempDir dir;
+  testing::CollectingSink sink;
+  const auto report = ExportReader().read(dir.write("odd.xml", testing::exportWith(body)), sink);
+  ASSERT_TRUE(report.isSuccess()) << report.error();
+  EXPECT_EQ(sink.values(), std::vector<double>{1});
+  EXPECT_EQ(report.value().count(ExportIssue::endBeforeStart), 1u);
+  EXPECT_EQ(report.value().entry(ExportIssue::unreadableDate).firstDetail,
+            "2024-01-01 23:59:60 +0000");
+  EXPECT_EQ(report.value().count(ExportIssue::repeatedAttribute), 1u);
+  EXPECT_EQ(report.value().warningLines().size(), 3u);
+}
+
 // A sample holds at most a billion of its type's unit, whatever unit it is written in, so that no
 // sum of a day's samples can leave the 64-bit range: exports and imports skip the others with a
 // warning, store files are refused, and a database altered afterwards fails the read.
