@@ -3,6 +3,7 @@
 #include <nlohmann/json.hpp>
 
 #include <algorithm>
+#include <filesystem>
 #include <memory>
 
 #include "cli/GlobalOptions.h"
@@ -73,12 +74,12 @@ int runSummary(const SummaryRequest& request, std::ostream& out, std::ostream& e
   const platform::Calendar calendar = platform::Calendar::current();
   std::vector<Date> moments;
   if (request.date) {
-    const auto moment = parseInstant(*request.date, calendar);
-    if (!moment) {
-      err << "velk: --date: \"" << *request.date << "\" is not an INSTANT\n";
+    const auto moment = readInstant("--date", *request.date, calendar);
+    if (moment.isFailure()) {
+      err << "velk: " << moment.error().message() << "\n";
       return kExitBadInput;
     }
-    moments.push_back(*moment);
+    moments.push_back(moment.value());
   } else {
     auto range = parseDayRange(*request.from, *request.to, request.at, calendar);
     if (range.isFailure()) {
@@ -143,9 +144,16 @@ int runPermissions(const std::string& family, std::ostream& out, std::ostream& e
 
 int runImport(const std::string& exportPath, const GlobalOptions& global, std::ostream& out,
               std::ostream& err) {
+  // Without --db the default database, which every command without a data source reads.
+  const std::string databasePath = global.databasePath.value_or(defaultDatabasePath());
   if (!global.databasePath) {
-    err << "velk: import: give the database to write with --db FILE\n";
-    return kExitBadInput;
+    std::error_code problem;
+    std::filesystem::create_directories(std::filesystem::path(databasePath).parent_path(), problem);
+    if (problem) {
+      err << "velk: import: cannot make the folder of " << databasePath << ": " << problem.message()
+          << "\n";
+      return kExitBadInput;
+    }
   }
   ingest::ImportOptions options;
   if (global.sourcesPath) {
@@ -158,7 +166,7 @@ int runImport(const std::string& exportPath, const GlobalOptions& global, std::o
   }
   ProgressBar progress(err, ProgressBar::stderrIsTerminal());
   auto imported = ingest::importExport(
-      exportPath, *global.databasePath, options,
+      exportPath, databasePath, options,
       [&progress](const ingest::ImportProgress& now) { progress.update(now); });
   progress.finish();
   if (imported.isFailure()) {
@@ -173,11 +181,12 @@ int runImport(const std::string& exportPath, const GlobalOptions& global, std::o
     err << "velk: warning: " << exportPath << ": " << summary.samplesWithoutUnit
         << " quantity records name no unit of their type and were left out\n";
   }
-  out << nlohmann::json{{"database", *global.databasePath},
+  out << nlohmann::json{{"database", databasePath},
                         {"export", summary.exportDescription},
                         {"samples", summary.samplesStored},
                         {"samples_without_unit", summary.samplesWithoutUnit},
                         {"characteristics", summary.characteristicsFound},
+                        {"records_not_read", summary.report.unreadCategoryRecordsSkipped},
                         {"xml_bytes", summary.xmlBytes}}
              .dump()
       << "\n";

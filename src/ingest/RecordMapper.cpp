@@ -19,6 +19,7 @@ namespace {
 using platform::SampleKind;
 
 constexpr std::string_view kCategoryPrefix = "HKCategoryTypeIdentifier";
+constexpr std::string_view kSleepAnalysis = "HKCategoryTypeIdentifierSleepAnalysis";
 
 struct NamedValue {
   std::string_view name;
@@ -357,6 +358,11 @@ MappedRecord RecordMapper::map(const RecordFields& fields) {
   if (batch_.types[*type].starts_with(kCategoryPrefix)) {
     const auto category = categoryValue(fields.value);
     if (!category) {
+      // Only the sleep analysis is read by a summary: a value lost elsewhere (an event without
+      // one, a value name of a type the table does not know) loses nothing reported.
+      if (batch_.types[*type] != kSleepAnalysis) {
+        return MappedRecord{};
+      }
       return skipped(ExportIssue::unknownCategoryValue, fields.value);
     }
     record.kind = SampleKind::category;

@@ -32,6 +32,8 @@ struct RecordFields {
 };
 
 /// What became of a record: the record, an issue, or both (a record read with a warning).
+/// Neither: a category record that no summary reads, left out because its value is missing or
+/// unknown (ExportReport::unreadCategoryRecordsSkipped).
 struct MappedRecord {
   std::optional<ExportRecord> record;
   std::optional<ExportIssue> issue;

@@ -4,6 +4,7 @@
 #include <nlohmann/json.hpp>
 
 #include <algorithm>
+#include <cstdlib>
 #include <filesystem>
 #include <sstream>
 #include <string>
@@ -23,7 +24,8 @@ using ::testing::HasSubstr;
 
 struct ToolRun {
   int status = -1;
-  std::vector<json> lines;  // stdout, one JSON value per line
+  std::vector<json> lines;  // stdout, one JSON value per line (when it is JSON)
+  std::string out;
   std::string err;
 };
 
@@ -48,9 +50,12 @@ class ToolTest : public ::testing::Test {
       run.status = runTool(all, out, err);
       err << debugOutput.text();
     }
-    std::istringstream lines(out.str());
+    run.out = out.str();
+    std::istringstream lines(run.out);
     for (std::string line; std::getline(lines, line);) {
-      run.lines.push_back(json::parse(line));
+      if (json::accept(line)) {
+        run.lines.push_back(json::parse(line));
+      }
     }
     run.err = err.str();
     return run;
@@ -62,6 +67,10 @@ class ToolTest : public ::testing::Test {
     one.update(extra);
     return one;
   }
+
+  // The default database lives in the test's folder, never in the user's.
+  void SetUp() override { ::setenv("XDG_DATA_HOME", folder_.file("data").c_str(), 1); }
+  void TearDown() override { ::unsetenv("XDG_DATA_HOME"); }
 
   testing::TempDir folder_;
   std::string state_ = folder_.file("defaults.sqlite").string();
@@ -166,8 +175,9 @@ TEST_F(ToolTest, PhysicalBodyAndAllFromStoreFiles) {
                              date + "T07:00:00+01:00", 150 + day, {{"unit", "lb"}}));
   }
   const json store = {{"date_of_birth", "1990-03-08"}, {"biological_sex", 2}, {"samples", samples}};
-  const ToolRun run =
-      velk({"--now", "2024-03-07T12:00", "summary", "all", "--date", "2024-03-07T12:00"}, store);
+  const ToolRun run = velk(
+      {"--verbose", "--now", "2024-03-07T12:00", "summary", "all", "--date", "2024-03-07T12:00"},
+      store);
   ASSERT_EQ(run.status, 0) << run.err;
   ASSERT_EQ(run.lines.size(), 3u);
   const json& day = run.lines[1]["summaries"]["daily_activity_related_data"];
@@ -206,7 +216,8 @@ TEST_F(ToolTest, PermissionsPrintTheReadSetOrTheError) {
       "HKCharacteristicTypeIdentifierBiologicalSex", "HKCharacteristicTypeIdentifierDateOfBirth",
       "HKQuantityTypeIdentifierBodyMass", "HKQuantityTypeIdentifierHeight"]})"));
 
-  const ToolRun unavailable = velk({"permissions", "all"}, {{"health_data_available", false}});
+  const ToolRun unavailable =
+      velk({"permissions", "all", "-v"}, {{"health_data_available", false}});
   EXPECT_EQ(unavailable.status, 3);
   EXPECT_EQ(unavailable.lines[0]["error"]["message"],
             "apple health kit is not avaible un your device");
@@ -262,6 +273,65 @@ TEST_F(ToolTest, AnImportedExportAnswersAsTheExportItselfAndSurvivesAFailedImpor
   ASSERT_EQ(units.status, 0) << units.err;
   EXPECT_EQ(units.lines[0]["samples"], 1);
   EXPECT_EQ(units.lines[0]["samples_without_unit"], 2);
+}
+
+// The tool as people meet it: quiet unless asked, the default database when no source is named,
+// and messages that say why.
+TEST_F(ToolTest, SpeaksToPeople) {
+  // A day without HRV samples is no failure: the library's debug output shows only when asked.
+  const json steps = {
+      {"samples", {sample(kSteps, "2024-03-10T09:00:00+01:00", "2024-03-10T09:10:00+01:00", 100)}}};
+  const std::vector<std::string> day = {"summary", "physical", "--date", "2024-03-10T12:00"};
+  const ToolRun quiet = velk(day, steps);
+  ASSERT_EQ(quiet.status, 0) << quiet.err;
+  EXPECT_EQ(quiet.err, "");
+  std::vector<std::string> verbose = {"--verbose"};
+  verbose.insert(verbose.end(), day.begin(), day.end());
+  EXPECT_THAT(velk(verbose, steps).err, HasSubstr("Error Domain="));
+  ::setenv("VELK_DEBUG", "1", 1);
+  const ToolRun debug = velk(day, steps);
+  ::unsetenv("VELK_DEBUG");
+  EXPECT_THAT(debug.err, HasSubstr("Error Domain="));
+
+  // No data source and no default database: said, rather than answered from an empty store.
+  const ToolRun none = velk(day, nullptr);
+  EXPECT_EQ(none.status, 2);
+  EXPECT_EQ(none.err,
+            "velk: no health data: run `velk import EXPORT` or give --export, --db or --store\n");
+  EXPECT_EQ(velk({"last-date"}, nullptr).status, 0);  // needs none
+
+  // `velk import` without --db writes the default database, which commands without a source read.
+  const std::string exportPath = testing::sourcePath("data/sample/watch5-2020/export.xml").string();
+  const ToolRun imported = velk({"import", exportPath}, nullptr);
+  ASSERT_EQ(imported.status, 0) << imported.err;
+  EXPECT_EQ(imported.lines[0]["database"], folder_.file("data/velk/health.sqlite").string());
+  const ToolRun fromDefault =
+      velk({"--tz", "Africa/Johannesburg", "summary", "physical", "--date", "2020-04-13"}, nullptr);
+  ASSERT_EQ(fromDefault.status, 0) << fromDefault.err;
+  EXPECT_EQ(fromDefault.lines[0]["summaries"]["daily_activity_related_data"]["distance_data"]
+                             ["steps_per_day_number"],
+            755);
+
+  // Messages say why, and what to do.
+  const std::string sources = folder_.write("sources.json", "{}").string();
+  const std::string folder = folder_.path().string();
+  const std::pair<std::vector<std::string>, std::string> cases[] = {
+      {{"--export", folder_.file("nosuch.zip").string()}, "nosuch.zip: No such file or directory"},
+      {{"--export", folder}, folder + ": it is a directory"},
+      {{"--store", folder}, "it is a directory"},
+      {{"--sources", sources}, "give it to `velk import`"},
+  };
+  for (const auto& [source, part] : cases) {
+    std::vector<std::string> arguments = source;
+    arguments.insert(arguments.end(), day.begin(), day.end());
+    const ToolRun run = velk(arguments, nullptr);
+    EXPECT_EQ(run.status, 2) << part;
+    EXPECT_THAT(run.err, HasSubstr(part));
+  }
+  EXPECT_THAT(velk({"summary", "sleep", "--date", "13/04/2020"}).err,
+              HasSubstr("\"13/04/2020\" is not an INSTANT (give 2024-03-10, 2024-03-10T08:30"));
+  EXPECT_THAT(velk({"summary", "sleep", "--date", "2020-02-30"}).err,
+              HasSubstr("there is no day 2020-02-30"));
 }
 
 TEST_F(ToolTest, BadInputIsReportedOnStderrWithStatusTwo) {
