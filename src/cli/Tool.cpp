@@ -103,7 +103,11 @@ int runTool(const std::vector<std::string>& arguments, std::ostream& out, std::o
   summaryCommand
       ->add_option("--at", summary.at, "Local time of day at which each day of a range is asked")
       ->capture_default_str();
+  auto* bare = summaryCommand->add_flag(
+      "--bare", summary.bare,
+      "With --from/--to: print the documents alone, without the envelope naming day and kind");
   date->excludes(from)->excludes(to);
+  bare->needs(from);
   from->needs(to);
   to->needs(from);
 

@@ -145,6 +145,14 @@ TEST_F(ToolTest, AnEmptyNightAndAStoreError) {
   EXPECT_EQ(velk({"last-date"}).lines[0]["velk_last_sleep_date_extraction"],
             "2024-03-10T00:00:00.000+01:00");
 
+  // A range's envelope holds the error in place of the document.
+  const ToolRun inRange =
+      velk({"summary", "sleep", "--from", "2024-03-11", "--to", "2024-03-11"}, failing);
+  EXPECT_EQ(inRange.status, 3);
+  ASSERT_EQ(inRange.lines.size(), 1u);
+  EXPECT_EQ(inRange.lines[0],
+            (json{{"day", "2024-03-11"}, {"kind", "sleep"}, {"error", failed.lines[0]["error"]}}));
+
   // A table or report of a range passes the error on the same way, and writes no file.
   const std::vector<std::string> range = {"--from", "2024-03-11", "--to", "2024-03-12"};
   std::vector<std::string> table = {"table", "all"};
@@ -196,16 +204,24 @@ TEST_F(ToolTest, PhysicalBodyAndAllFromStoreFiles) {
   EXPECT_EQ(person["date_of_birth"], "1990-03-08");
   EXPECT_EQ(person["age"], 33);  // the birthday is tomorrow
 
+  // A range names the day and kind of each document; --bare prints the documents alone.
   const ToolRun range = velk({"summary", "all", "--from", "2024-03-30", "--to", "2024-04-01"});
+  const ToolRun bare =
+      velk({"summary", "all", "--from", "2024-03-30", "--to", "2024-04-01", "--bare"});
   ASSERT_EQ(range.status, 0) << range.err;
   ASSERT_EQ(range.lines.size(), 9u);
-  const std::vector<std::string> kinds = {"sleep_health", "physical_health", "body_health"};
+  ASSERT_EQ(bare.lines.size(), 9u);
+  const std::vector<std::string> kinds = {"sleep", "physical", "body"};
+  const std::vector<std::string> days = {"2024-03-30", "2024-03-31", "2024-04-01"};
   for (std::size_t i = 0; i < range.lines.size(); ++i) {
-    EXPECT_EQ(range.lines[i]["data_structure"], kinds[i % 3]);
+    EXPECT_EQ(range.lines[i]["day"], days[i / 3]);
+    EXPECT_EQ(range.lines[i]["kind"], kinds[i % 3]);
+    EXPECT_EQ(range.lines[i]["document"]["data_structure"], kinds[i % 3] + "_health");
+    EXPECT_EQ(bare.lines[i]["data_structure"], kinds[i % 3] + "_health");
   }
   // Also after the clocks went forward on the 31st.
   const double noonOfTheFirst = 733658400;  // 2024-04-01T10:00:00Z
-  EXPECT_EQ(range.lines[7]["summaries"]["daily_activity_related_data"]["metadata"]["datetime"],
+  EXPECT_EQ(bare.lines[7]["summaries"]["daily_activity_related_data"]["metadata"]["datetime"],
             noonOfTheFirst);
 }
 
