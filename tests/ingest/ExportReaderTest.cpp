@@ -154,6 +154,25 @@ TEST(ExportReaderTest, ReadsTheRealExportsWithTheirDtdAndOddRecords) {
   EXPECT_EQ(other.records.size(), 5u);
 }
 
+// The first exports (iOS 8) are read whole: compact dates, `source=`, the characteristics as a
+// compact day and the platform's integer, heart rate as statistics (the average is the value),
+// and events without a value, left out without a warning.
+TEST(ExportReaderTest, ReadsTheFirstExportsWhole) {
+  CollectingSink sink;
+  const auto report = readInto(testing::sourcePath("tests/ingest/data/ios8-export.xml"), sink);
+  ASSERT_TRUE(report.isSuccess()) << report.error();
+  EXPECT_FALSE(report.value().hasWarnings()) << report.value().warningLines().front();
+  EXPECT_EQ(report.value().unreadCategoryRecordsSkipped, 1u);
+  EXPECT_EQ(sink.countsByType(), "HeartRate=2 SleepAnalysis=1 StepCount=2");
+  EXPECT_EQ(sink.values(), (std::vector<double>{512, 300, 1.11667, 1.5, 0}));
+  EXPECT_EQ(sink.records[0].sourceName, "Jane Doe's iPhone");
+  EXPECT_EQ(sink.records[4].sourceBundleIdentifier, "com.apple.health");
+  ASSERT_TRUE(sink.me.has_value());
+  const auto& birth = std::get<platform::DateComponents>(sink.me->dateOfBirth);
+  EXPECT_EQ(std::tuple(birth.year, birth.month, birth.day), std::tuple(1988, 10, 29));
+  EXPECT_EQ(std::get<std::int64_t>(sink.me->biologicalSex), 2);
+}
+
 TEST(ExportReaderTest, SurvivesTheKnownKindsOfBrokenExports) {
   testing::TempDir dir;
   std::string text =
