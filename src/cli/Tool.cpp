@@ -12,6 +12,7 @@
 
 #include "cli/Commands.h"
 #include "cli/GlobalOptions.h"
+#include "cli/InfoCommand.h"
 #include "cli/TableCommands.h"
 #include "cli/ToolDevice.h"
 #include "platform/DebugOutput.h"
@@ -123,6 +124,14 @@ int runTool(const std::vector<std::string>& arguments, std::ostream& out, std::o
       "Import an export into the default database (or --db FILE) for fast repeated extraction");
   import->add_option("export", exportToImport, "export.zip or its export XML")->required();
 
+  std::string infoFormat = "json";
+  auto* info = app.add_subcommand(
+      "info",
+      "Describe the data: period, types, sources, characteristics, what the rules leave out");
+  info->add_option("--format", infoFormat, "json or text")
+      ->capture_default_str()
+      ->check(CLI::IsMember({"json", "text"}));
+
   TableRequest tableRequest;
   auto* table = app.add_subcommand("table", "Print one row per day (CSV or NDJSON)");
   table->add_option("kind", tableRequest.kinds, "sleep, physical, body or all")
@@ -196,6 +205,9 @@ int runTool(const std::vector<std::string>& arguments, std::ostream& out, std::o
     }
     if (report->parsed()) {
       return runReport(tableRequest, out, err);
+    }
+    if (info->parsed()) {
+      return runInfo(infoFormat, out);
     }
     return runPermissions(family, out, err);
   };

@@ -1,10 +1,12 @@
 #include "cli/ToolDevice.h"
 
+#include <algorithm>
 #include <cstdlib>
 #include <filesystem>
 #include <utility>
 
 #include "cli/Instant.h"
+#include "platform/HealthDatabase.h"
 #include "velk/Calendar.h"
 #include "velk/DeviceConfiguration.h"
 
@@ -118,6 +120,16 @@ Result<std::shared_ptr<platform::Device>> makeToolDevice(const GlobalOptions& op
   }
   for (const auto& line : configured.value().warnings) {
     warnings << "velk: warning: " << line << "\n";
+  }
+  if (!options.sourcePriority.empty()) {
+    const auto held = configured.value().device->healthDatabase()->sourceBundleIdentifiers();
+    for (const auto& identifier : options.sourcePriority) {
+      if (!std::binary_search(held.begin(), held.end(), identifier)) {
+        warnings << "velk: warning: --source-priority: no source of the data has the bundle "
+                    "identifier \""
+                 << identifier << "\" (velk info lists them)\n";
+      }
+    }
   }
   return Made::success(configured.value().device);
 }

@@ -350,6 +350,90 @@ TEST_F(ToolTest, SpeaksToPeople) {
               HasSubstr("there is no day 2020-02-30"));
 }
 
+// velk info shows what the data holds and what the rules leave out: here another app's night,
+// which a source mapping at import then counts, summed with the phone's over their overlap.
+TEST_F(ToolTest, InfoShowsTheDataAndWhatTheRulesLeaveOut) {
+  const auto record = [](const std::string& type, const std::string& source,
+                         const std::string& start, const std::string& end,
+                         const std::string& rest) {
+    return " <Record type=\"" + type + "\" sourceName=\"" + source + "\" startDate=\"" + start +
+           "\" endDate=\"" + end + "\" " + rest + "\n";
+  };
+  const std::string inBed = "value=\"HKCategoryValueSleepAnalysisInBed\"/>";
+  const std::string xml =
+      "<HealthData locale=\"en_US\">\n"
+      " <Me HKCharacteristicTypeIdentifierDateOfBirth=\"1988-10-29\" "
+      "HKCharacteristicTypeIdentifierBiologicalSex=\"HKBiologicalSexFemale\"/>\n" +
+      record(kSleep, "Jane's iPhone", "2024-03-09 23:00:00 +0100", "2024-03-10 07:00:00 +0100",
+             inBed) +
+      record(kSleep, "Connect", "2024-03-09 22:09:00 +0100", "2024-03-10 05:35:26 +0100", inBed) +
+      record(kSteps, "Connect", "2024-03-10 09:00:00 +0100", "2024-03-10 09:10:00 +0100",
+             "unit=\"count\" value=\"700\"/>") +
+      record(kSteps, "Jane's iPhone", "2024-03-11 09:00:00 +0100", "2024-03-11 09:10:00 +0100",
+             "unit=\"count\" value=\"500\"><MetadataEntry key=\"HKWasUserEntered\" "
+             "value=\"1\"/></Record>") +
+      "</HealthData>\n";
+  const std::string exportPath = folder_.write("export.xml", xml).string();
+
+  const ToolRun run = velk({"--export", exportPath, "info"}, nullptr);
+  ASSERT_EQ(run.status, 0) << run.err;
+  const json& info = run.lines[0];
+  EXPECT_EQ(info["period"], json::parse(R"({"first_day": "2024-03-09", "last_day": "2024-03-11",
+                                           "days_with_data": 3, "samples": 4})"));
+  EXPECT_EQ(info["types"][1], json::parse(R"({"type": "HKQuantityTypeIdentifierStepCount",
+      "samples": 2, "first_day": "2024-03-10", "last_day": "2024-03-11", "days_with_data": 2,
+      "entered_by_hand": 1})"));
+  EXPECT_EQ(info["characteristics"],
+            json::parse(R"({"date_of_birth": "1988-10-29", "biological_sex": "female"})"));
+  ASSERT_EQ(info["sources"].size(), 2u);
+  const json& connect = info["sources"][0];
+  const json& phone = info["sources"][1];
+  EXPECT_EQ(connect["name"], "Connect");
+  EXPECT_EQ(connect["samples"], json::parse(R"({"HKCategoryTypeIdentifierSleepAnalysis": 1,
+                                               "HKQuantityTypeIdentifierStepCount": 1})"));
+  EXPECT_EQ(connect["sleep_rules_read_it"], false);
+  EXPECT_EQ(phone["sleep_rules_read_it"], true);
+  EXPECT_EQ(phone["day_sum_place"], 1);  // the health store's own sources come first
+  EXPECT_EQ(connect["day_sum_place"], 2);
+  const json& leftOut = info["left_out_by_the_rules"];
+  ASSERT_EQ(leftOut.size(), 2u);
+  EXPECT_EQ(leftOut[0]["source"], "Connect");
+  EXPECT_EQ(leftOut[0]["records"], 1);
+  EXPECT_THAT(leftOut[0]["why"].get<std::string>(), HasSubstr("--sources"));
+  EXPECT_EQ(leftOut[1]["type"], kSteps);
+  EXPECT_THAT(leftOut[1]["why"].get<std::string>(), HasSubstr("entered by hand"));
+
+  // The priority moves Connect forward; an identifier the data lacks is warned about.
+  const ToolRun moved = velk(
+      {"--export", exportPath, "--source-priority",
+       connect["bundle_identifier"].get<std::string>() + ",com.bogus", "info", "--format", "text"},
+      nullptr);
+  ASSERT_EQ(moved.status, 0) << moved.err;
+  EXPECT_THAT(moved.err, HasSubstr("\"com.bogus\""));
+  EXPECT_THAT(moved.err, ::testing::Not(HasSubstr("export.source")));
+  EXPECT_THAT(moved.out, AllOf(HasSubstr("Period: 2024-03-09 to 2024-03-11"),
+                               HasSubstr("Left out by the library's rules:\n  1 " +
+                                         std::string(kSleep) + " from Connect")));
+
+  // Mapped at import, Connect's night counts, summed with the phone's: 28,800 s + 26,786 s in
+  // bed for a night that spans 31,860 s.
+  const std::string database = folder_.file("mapped.db").string();
+  const std::string sources =
+      folder_.write("sources.json", R"({"Connect": "com.apple.health.connect"})").string();
+  ASSERT_EQ(velk({"import", exportPath, "--db", database, "--sources", sources}, nullptr).status,
+            0);
+  const ToolRun mapped = velk({"--db", database, "info"}, nullptr);
+  EXPECT_EQ(mapped.lines[0]["sources"][0]["sleep_rules_read_it"], true);
+  EXPECT_EQ(mapped.lines[0]["left_out_by_the_rules"].size(), 1u);  // the hand entry only
+  const ToolRun night =
+      velk({"--db", database, "summary", "sleep", "--date", "2024-03-10"}, nullptr);
+  ASSERT_EQ(night.status, 0) << night.err;
+  const json& sleep = sleepOf(night.lines[0]);
+  EXPECT_EQ(sleep["time_in_bed_seconds"], 55586);
+  EXPECT_EQ(sleep["sleep_end_datetime"].get<double>() - sleep["sleep_start_datetime"].get<double>(),
+            31860);
+}
+
 TEST_F(ToolTest, BadInputIsReportedOnStderrWithStatusTwo) {
   const std::pair<std::vector<std::string>, std::string> cases[] = {
       {{"--tz", "Mars/Olympus", "last-date"}, "Mars/Olympus"},
