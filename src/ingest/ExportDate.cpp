@@ -167,10 +167,12 @@ std::optional<Date> ExportDate::parse(std::string_view text) {
 }
 
 std::optional<platform::DateComponents> ExportDate::parseDay(std::string_view text) {
+  // "1988-10-29", or "19881029" as the first exports wrote it.
   FieldCursor cursor(text);
+  const bool compact = text.size() == 8;
   int year = 0, month = 0, day = 0;
-  if (!cursor.digits(4, year) || !cursor.accept('-') || !cursor.digits(2, month) ||
-      !cursor.accept('-') || !cursor.digits(2, day) || !cursor.atEnd() ||
+  if (!cursor.digits(4, year) || !(compact || cursor.accept('-')) || !cursor.digits(2, month) ||
+      !(compact || cursor.accept('-')) || !cursor.digits(2, day) || !cursor.atEnd() ||
       !civilDay(year, month, day)) {
     return std::nullopt;
   }

@@ -22,7 +22,8 @@ class ExportDate {
   /// or names no real day (2023-02-30) or time (25:00).
   static std::optional<Date> parse(std::string_view text);
 
-  /// A day as year, month and day components ("1989-04-24"); nothing when not such a day.
+  /// A day as year, month and day components ("1989-04-24", or "19890424" as the first exports
+  /// wrote it); nothing when not such a day.
   static std::optional<platform::DateComponents> parseDay(std::string_view text);
 };
 

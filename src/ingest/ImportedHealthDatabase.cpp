@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <limits>
+#include <set>
 
 #include "ImportLayout.h"
 #include "Sqlite.h"
@@ -193,6 +194,23 @@ bool ImportedHealthDatabase::answersWithoutSamples(const std::string& typeIdenti
 
 platform::Characteristics ImportedHealthDatabase::characteristics() const {
   return characteristics_;
+}
+
+std::vector<std::string> ImportedHealthDatabase::sampleTypes() const {
+  std::vector<std::string> held;
+  for (const auto& entry : types_) {
+    held.push_back(entry.first);
+  }
+  std::sort(held.begin(), held.end());
+  return held;
+}
+
+std::vector<std::string> ImportedHealthDatabase::sourceBundleIdentifiers() const {
+  std::set<std::string> held;
+  for (const auto& source : sources_) {
+    held.insert(source.bundleIdentifier.str());
+  }
+  return {held.begin(), held.end()};
 }
 
 platform::SourcePriority ImportedHealthDatabase::sourcePriority() const {

@@ -1,7 +1,9 @@
 #include "ingest/StoreFile.h"
 
+#include <cerrno>
 #include <chrono>
 #include <cmath>
+#include <cstring>
 #include <fstream>
 #include <initializer_list>
 #include <limits>
@@ -437,14 +439,22 @@ Result<StoreFileContents> StoreFile::parse(std::string_view text, const std::str
 }
 
 Result<StoreFileContents> StoreFile::read(const std::filesystem::path& path) {
-  std::ifstream in(path, std::ios::binary);
-  std::ostringstream text;
-  if (in) {
-    text << in.rdbuf();
-  }
-  if (!in || in.bad()) {
+  const auto unreadable = [&path](const std::string& why) {
     return Result<StoreFileContents>::failure(
-        invalid(StoreFileErrorCode::cannotRead, path.string(), "", "cannot read the file"));
+        invalid(StoreFileErrorCode::cannotRead, path.string(), "", "cannot read the file: " + why));
+  };
+  std::error_code ignored;
+  if (std::filesystem::is_directory(path, ignored)) {
+    return unreadable("it is a directory");
+  }
+  std::ifstream in(path, std::ios::binary);
+  if (!in) {
+    return unreadable(std::strerror(errno));
+  }
+  std::ostringstream text;
+  text << in.rdbuf();
+  if (in.bad()) {
+    return unreadable(std::strerror(errno));
   }
   return parse(text.str(), path.string());
 }

@@ -112,6 +112,17 @@ Characteristics InMemoryHealthDatabase::characteristics() const {
   return characteristics_;
 }
 
+std::vector<std::string> InMemoryHealthDatabase::sampleTypes() const {
+  std::vector<std::string> held;
+  for (const auto& [type, table] : tables_) {
+    if (!table.samples.empty()) {
+      held.push_back(type);
+    }
+  }
+  std::sort(held.begin(), held.end());
+  return held;
+}
+
 SourcePriority InMemoryHealthDatabase::sourcePriority() const {
   return SourcePriority(settings_.sourcePriority);
 }
