@@ -1,8 +1,8 @@
 // INSTANT arguments of the tool: how a user names a moment on the command line.
 //
-//   2024-03-10T08:30:00+01:00, 2024-03-10T07:30:00.250Z   an ISO 8601 moment with offset or Z
-//   2024-03-10T08:30, 2024-03-10T08:30:00                 a local date-time, read in the device
-//   zone 2024-03-10                                             a bare date: local midnight
+//   2024-03-10T08:30:00+01:00, 2024-03-10T07:30:00.250Z   ISO 8601 with an offset (or +0100) or Z
+//   2024-03-10T08:30, 2024-03-10T08:30:00                 a local date-time, in the device zone
+//   2024-03-10                                            a bare date: local midnight
 #pragma once
 
 #include <optional>
