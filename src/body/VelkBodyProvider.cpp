@@ -1,7 +1,5 @@
 #include "body/VelkBodyProvider.h"
 
-#include <cstdio>
-#include <cstdlib>
 #include <utility>
 #include <vector>
 
@@ -31,9 +29,8 @@ void VelkBodyProvider::getBodySummary(Date date, Completion completion) {
   if (weakSelf.expired()) {
     // Without an owner the answers below could never find the provider again; the request would
     // hang silently. That is a mistake in the caller, and it is better found at once.
-    std::fputs("VelkBodyProvider::getBodySummary: the provider must be held by a std::shared_ptr\n",
-               stderr);
-    std::abort();
+    platform::fatalError(
+        "VelkBodyProvider::getBodySummary: the provider must be held by a std::shared_ptr");
   }
   platform::DispatchGroup group;
 
