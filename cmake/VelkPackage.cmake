@@ -3,7 +3,8 @@
 #
 #   VelkAppleHealth::velk     libvelk.so, the C interface (velk.h); built in src/capi
 #   VelkAppleHealth::velk++   libvelk++.so, the C++ front: the extraction manager, permission
-#                             requests, the documents, the device and its configuration, import
+#                             requests, the documents, the device and its configuration, import,
+#                             the day table
 #
 # libvelk++ is made of the subsystem libraries' objects, so that it holds every class the front
 # names, whether or not the front itself calls it. The parsers and stores it uses inside (ICU,
@@ -13,7 +14,7 @@ include(GNUInstallDirs)
 include(CMakePackageConfigHelpers)
 
 set(VELK_FRONT_PARTS velk_platform velk_documents velk_healthstore velk_extraction velk_sleep
-  velk_physical velk_body velk_interface velk_ingest)
+  velk_physical velk_body velk_interface velk_ingest velk_table)
 add_library(velk_cxx SHARED)
 add_library(VelkAppleHealth::velk++ ALIAS velk_cxx)
 foreach(part IN LISTS VELK_FRONT_PARTS)

@@ -10,11 +10,18 @@
 
 #include "velk/Calendar.h"
 #include "velk/Date.h"
+#include "velk/DayTable.h"
+#include "velk/Result.h"
 
 namespace velk::cli {
 
 /// The moment `text` names, local forms read in `calendar`'s zone; absent when `text` is not an
 /// INSTANT.
 std::optional<Date> parseInstant(const std::string& text, const platform::Calendar& calendar);
+
+/// The days from the day of `from` to the day of `to` (INSTANTs), each asked at `at` (HH:MM local
+/// time). Fails with an input error that names the option at fault.
+Result<table::DayRange> parseDayRange(const std::string& from, const std::string& to,
+                                      const std::string& at, const platform::Calendar& calendar);
 
 }  // namespace velk::cli

@@ -6,6 +6,11 @@
 // that is missing, or of another type than the one asked for, reads as absent, and a write that
 // the database refuses is reported on stderr and otherwise dropped.
 //
+// A set is committed when it returns: a crash of the process loses nothing. Like the platform's
+// defaults it is not flushed to the disk at once, but when the journal is next folded into the
+// file (every thousand or so writes, and when the last instance closes); a power loss may lose the
+// latest values, never the file.
+//
 // All operations are safe to call from any thread.
 #pragma once
 
@@ -60,12 +65,17 @@ class UserDefaults {
   struct Stored;
   UserDefaults(sqlite3* connection, std::string path);
   std::optional<Stored> read(const std::string& key) const;
-  void write(const char* action, const std::string& key, const char* sql,
+  void write(const char* action, const std::string& key, sqlite3_stmt* statement,
              const std::function<void(sqlite3_stmt*)>& bind);
 
   sqlite3* connection_;
   std::string path_;
-  // One connection per instance; SQLite connections are used by one thread at a time.
+  // Prepared once by open(), finalized before the connection closes.
+  sqlite3_stmt* select_ = nullptr;
+  sqlite3_stmt* upsert_ = nullptr;
+  sqlite3_stmt* delete_ = nullptr;
+  // One connection per instance, kept open for its life; it and its statements are used by one
+  // thread at a time.
   mutable std::mutex mutex_;
 };
 
