@@ -1,35 +1,25 @@
 #include "cli/Instant.h"
 
-#include <array>
 #include <charconv>
+#include <limits>
 
 #include "cli/ToolDevice.h"
-
-#include "platform/DateFormatter.h"
+#include "platform/Iso8601.h"
 
 namespace velk::cli {
 namespace {
 
-// The forms are tried in turn; each must match the whole text. Forms with an offset name their
-// moment themselves; local forms are read as wall time, first in UTC to take their fields apart,
-// then put together again in the device's zone by the calendar (which also settles DST gaps).
-// A space between date and time, as exports write it, is read as the 'T'.
-constexpr std::array kOffsetPatterns{
-    "yyyy-MM-dd'T'HH:mm:ss.SSSXXX", "yyyy-MM-dd'T'HH:mm:ss.SSXXX", "yyyy-MM-dd'T'HH:mm:ss.SXXX",
-    "yyyy-MM-dd'T'HH:mm:ssXXX",     "yyyy-MM-dd'T'HH:mmXXX",       "yyyy-MM-dd'T'HH:mm:ss xx",
+// Forms with an offset name their moment themselves; the others are wall times, which the
+// calendar places in the device's zone (and past a DST gap).
+constexpr platform::Iso8601Syntax kInstantSyntax{
+    .spaceForT = true,
+    .secondsOptional = true,
+    .fractionDigits = std::numeric_limits<std::size_t>::max(),
+    .offsetOptional = true,
+    .offsetWithoutColon = true,
+    .spaceBeforeOffset = true,
+    .dayAlone = true,
 };
-constexpr std::array kLocalPatterns{
-    "yyyy-MM-dd'T'HH:mm:ss.SSS", "yyyy-MM-dd'T'HH:mm:ss.SS", "yyyy-MM-dd'T'HH:mm:ss.S",
-    "yyyy-MM-dd'T'HH:mm:ss",     "yyyy-MM-dd'T'HH:mm",       "yyyy-MM-dd",
-};
-
-// `text` with a space after its date read as the 'T' of ISO 8601.
-std::string withDateTimeSeparator(std::string text) {
-  if (text.size() > 10 && text[10] == ' ') {
-    text[10] = 'T';
-  }
-  return text;
-}
 
 }  // namespace
 
@@ -37,20 +27,12 @@ const char* const kInstantForms =
     "2024-03-10, 2024-03-10T08:30, 2024-03-10 08:30:00, 2024-03-10T08:30:00+01:00 or "
     "2024-03-10 08:30:00 +0100";
 
-std::optional<Date> parseInstant(const std::string& typed, const platform::Calendar& calendar) {
-  const std::string text = withDateTimeSeparator(typed);
-  for (const char* pattern : kOffsetPatterns) {
-    if (auto moment = platform::DateFormatter(pattern, "UTC", "en_US_POSIX").date(text)) {
-      return moment;
-    }
+std::optional<Date> parseInstant(const std::string& text, const platform::Calendar& calendar) {
+  const auto value = platform::readIso8601(text, kInstantSyntax);
+  if (!value) {
+    return std::nullopt;
   }
-  const platform::Calendar utc("UTC");
-  for (const char* pattern : kLocalPatterns) {
-    if (auto wallTime = platform::DateFormatter(pattern, "UTC", "en_US_POSIX").date(text)) {
-      return calendar.date(utc.components(*wallTime));
-    }
-  }
-  return std::nullopt;
+  return value->utcOffsetSeconds ? value->moment() : calendar.date(value->components);
 }
 
 Result<Date> readInstant(const std::string& option, const std::string& text,

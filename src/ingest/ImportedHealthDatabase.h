@@ -77,7 +77,7 @@ class ImportedHealthDatabase final : public platform::HealthDatabase {
   };
 
   ImportedHealthDatabase() = default;
-  Result<bool> load(const std::filesystem::path& path);
+  Status load(const std::filesystem::path& path);
   std::vector<std::string> blobsFor(const TypeInfo& type, double start, double end) const;
 
   platform::HealthDatabaseSettings settings_;

@@ -16,6 +16,7 @@ TEST(InstantTest, ReadsOffsetAndLocalFormsAndNothingElse) {
   const std::tuple<const char*, const char*, double> cases[] = {
       {"2024-03-10T08:30:00+01:00", "Asia/Tokyo", 1710055800},
       {"2024-03-10T07:30:00Z", "Asia/Tokyo", 1710055800},
+      {"2024-03-10T08:30:00+0100", "UTC", 1710055800},
       {"2024-03-10T07:30Z", "UTC", 1710055800},
       {"2024-03-10T07:30:00.25Z", "UTC", 1710055800.25},
       {"2024-03-10T08:30", "Europe/Berlin", 1710055800},
