@@ -3,9 +3,12 @@
 #include <cmath>
 #include <limits>
 #include <optional>
+#include <string>
+#include <string_view>
 
 #include "Guarded.h"
 #include "Handles.h"
+#include "platform/DebugOutput.h"
 #include "velk/Calendar.h"
 
 #ifndef VELK_VERSION_TEXT
@@ -48,6 +51,17 @@ extern "C" {
 
 const char* velk_version(void) {
   return VELK_VERSION_TEXT;
+}
+
+void velk_set_debug_output(velk_debug_callback callback, void* context) {
+  if (callback == nullptr) {
+    velk::platform::setDebugOutputHandler({});
+    return;
+  }
+  velk::platform::setDebugOutputHandler([callback, context](std::string_view line) {
+    const std::string text(line);
+    callback(context, text.c_str());
+  });
 }
 
 velk_error* velk_device_open(const velk_config* config, velk_device** device_out) {

@@ -19,6 +19,10 @@ struct GlobalOptions {
   std::optional<std::string> databasePath;  ///< --db
   std::optional<std::string> sourcesPath;   ///< --sources
   std::vector<std::string> sourcePriority;  ///< --source-priority, most trusted first
+  bool verbose = false;  ///< --verbose or VELK_DEBUG=1: the library's debug output
+
+  /// True when one of --store, --export and --db was given.
+  bool hasDataSource() const { return storePath || exportPath || databasePath; }
 };
 
 }  // namespace velk::cli

@@ -1,10 +1,12 @@
 #include "cli/ToolDevice.h"
 
+#include <algorithm>
 #include <cstdlib>
 #include <filesystem>
 #include <utility>
 
 #include "cli/Instant.h"
+#include "platform/HealthDatabase.h"
 #include "velk/Calendar.h"
 #include "velk/DeviceConfiguration.h"
 
@@ -29,6 +31,16 @@ std::string optionOf(const Error& error) {
       return "";
   }
   return "";
+}
+
+// `$VARIABLE/velk/file`, else `~/fallback/velk/file`, as the XDG base directories have it.
+std::string xdgPath(const char* variable, const char* fallback, const char* file) {
+  namespace fs = std::filesystem;
+  if (const char* base = std::getenv(variable); base != nullptr && *base != '\0') {
+    return (fs::path(base) / "velk" / file).string();
+  }
+  const char* home = std::getenv("HOME");
+  return (fs::path(home != nullptr ? home : ".") / fallback / "velk" / file).string();
 }
 
 }  // namespace
@@ -58,13 +70,11 @@ std::string systemLanguage() {
 }
 
 std::string defaultStatePath() {
-  namespace fs = std::filesystem;
-  if (const char* state = std::getenv("XDG_STATE_HOME"); state != nullptr && *state != '\0') {
-    return (fs::path(state) / "velk" / "defaults.sqlite").string();
-  }
-  const char* home = std::getenv("HOME");
-  return (fs::path(home != nullptr ? home : ".") / ".local" / "state" / "velk" / "defaults.sqlite")
-      .string();
+  return xdgPath("XDG_STATE_HOME", ".local/state", "defaults.sqlite");
+}
+
+std::string defaultDatabasePath() {
+  return xdgPath("XDG_DATA_HOME", ".local/share", "health.sqlite");
 }
 
 Result<std::shared_ptr<platform::Device>> makeToolDevice(const GlobalOptions& options,
@@ -85,10 +95,11 @@ Result<std::shared_ptr<platform::Device>> makeToolDevice(const GlobalOptions& op
                                       "\" is not a known time zone (use an IANA name such as "
                                       "Europe/Berlin)"));
     }
-    configuration.now = parseInstant(*options.now, platform::Calendar(configuration.timeZone));
-    if (!configuration.now) {
-      return Made::failure(inputError("--now: \"" + *options.now + "\" is not an INSTANT"));
+    auto now = readInstant("--now", *options.now, platform::Calendar(configuration.timeZone));
+    if (now.isFailure()) {
+      return Made::failure(now.error());
     }
+    configuration.now = now.value();
   }
   configuration.statePath = options.statePath.value_or(defaultStatePath());
   if (options.storePath)
@@ -109,6 +120,16 @@ Result<std::shared_ptr<platform::Device>> makeToolDevice(const GlobalOptions& op
   }
   for (const auto& line : configured.value().warnings) {
     warnings << "velk: warning: " << line << "\n";
+  }
+  if (!options.sourcePriority.empty()) {
+    const auto held = configured.value().device->healthDatabase()->sourceBundleIdentifiers();
+    for (const auto& identifier : options.sourcePriority) {
+      if (!std::binary_search(held.begin(), held.end(), identifier)) {
+        warnings << "velk: warning: --source-priority: no source of the data has the bundle "
+                    "identifier \""
+                 << identifier << "\" (velk info lists them)\n";
+      }
+    }
   }
   return Made::success(configured.value().device);
 }

@@ -112,11 +112,11 @@ ImportFile::~ImportFile() {
   ::close(descriptor_);
 }
 
-Result<bool> ImportFile::install() {
+Status ImportFile::install() {
   // Flushed before the rename: a crash right after it must not leave a database whose pages
   // never reached the disk.
   if (::fsync(descriptor_) != 0) {
-    return Result<bool>::failure(databaseError(
+    return Status::failure(databaseError(
         DatabaseErrorCode::cannotReplace,
         target_.string() + ": cannot flush the new database to disk: " + std::strerror(errno) +
             "; the old database is kept"));
@@ -124,12 +124,12 @@ Result<bool> ImportFile::install() {
   std::error_code renamed;
   std::filesystem::rename(path_, target_, renamed);
   if (renamed) {
-    return Result<bool>::failure(databaseError(
+    return Status::failure(databaseError(
         DatabaseErrorCode::cannotReplace,
         target_.string() + ": cannot replace: " + renamed.message() + "; the old one is kept"));
   }
   installed_ = true;
-  return Result<bool>::success(true);
+  return Status::success();
 }
 
 }  // namespace velk::ingest

@@ -32,7 +32,7 @@ class ImportFile {
 
   /// Flushes the finished file to the disk and renames it over the target. On failure the
   /// target is as it was.
-  Result<bool> install();
+  Status install();
 
  private:
   ImportFile(std::filesystem::path target, std::filesystem::path path, int descriptor)

@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <cmath>
 #include <limits>
+#include <set>
 
 #include "ImportLayout.h"
 #include "Sqlite.h"
@@ -90,10 +91,10 @@ Error ImportedHealthDatabase::damage(const std::string& what) const {
 
 // The format marker first: anything else in the file is read only once it is known to be ours.
 // Then the small tables, each checked for what an import writes, and the block queries.
-Result<bool> ImportedHealthDatabase::load() {
+Status ImportedHealthDatabase::load() {
   auto opened = sqlite::Connection::open(path_, sqlite::Connection::Mode::readOnly);
   if (opened.isFailure()) {
-    return Result<bool>::failure(opened.error());
+    return Status::failure(opened.error());
   }
   auto connection = std::make_unique<Connection>();
   connection->connection = std::move(opened).value();
@@ -109,12 +110,12 @@ Result<bool> ImportedHealthDatabase::load() {
     return prepared;
   }
   connection_ = std::move(connection);
-  return Result<bool>::success(true);
+  return Status::success();
 }
 
-Result<bool> ImportedHealthDatabase::readMeta(sqlite3* handle) {
+Status ImportedHealthDatabase::readMeta(sqlite3* handle) {
   const auto refuse = [this](DatabaseErrorCode code, const std::string& why) {
-    return Result<bool>::failure(errorAbout(code, why));
+    return Status::failure(errorAbout(code, why));
   };
   sqlite::Statement meta(handle, "SELECT key, value FROM meta");
   if (!meta.prepared()) {
@@ -141,10 +142,10 @@ Result<bool> ImportedHealthDatabase::readMeta(sqlite3* handle) {
   }
   const auto count = info_.find("samples");
   sampleCount_ = count != info_.end() ? std::strtoull(count->second.c_str(), nullptr, 10) : 0;
-  return Result<bool>::success(true);
+  return Status::success();
 }
 
-Result<bool> ImportedHealthDatabase::readTypes(sqlite3* handle) {
+Status ImportedHealthDatabase::readTypes(sqlite3* handle) {
   sqlite::Statement types(handle, "SELECT id, identifier, longest_span FROM types");
   std::string flaw;
   const bool read = types.prepared() && eachRow(types, [&](sqlite::Statement& row) {
@@ -158,13 +159,13 @@ Result<bool> ImportedHealthDatabase::readTypes(sqlite3* handle) {
                       return true;
                     });
   if (!read) {
-    return Result<bool>::failure(damage(flaw.empty() ? sqlite3_errmsg(handle) : flaw));
+    return Status::failure(damage(flaw.empty() ? sqlite3_errmsg(handle) : flaw));
   }
-  return Result<bool>::success(true);
+  return Status::success();
 }
 
 // Each unit must name a unit: samples are checked against their type's dimension when read.
-Result<bool> ImportedHealthDatabase::readUnits(sqlite3* handle) {
+Status ImportedHealthDatabase::readUnits(sqlite3* handle) {
   sqlite::Statement units(handle, "SELECT id, text FROM units ORDER BY id");
   units_.assign(1, std::nullopt);
   std::string flaw;
@@ -180,12 +181,12 @@ Result<bool> ImportedHealthDatabase::readUnits(sqlite3* handle) {
                       return true;
                     });
   if (!read) {
-    return Result<bool>::failure(damage(flaw.empty() ? sqlite3_errmsg(handle) : flaw));
+    return Status::failure(damage(flaw.empty() ? sqlite3_errmsg(handle) : flaw));
   }
-  return Result<bool>::success(true);
+  return Status::success();
 }
 
-Result<bool> ImportedHealthDatabase::readSources(sqlite3* handle) {
+Status ImportedHealthDatabase::readSources(sqlite3* handle) {
   sqlite::Statement sources(handle, "SELECT id, bundle_identifier, name FROM sources ORDER BY id");
   std::string flaw;
   const bool read = sources.prepared() && eachRow(sources, [&](sqlite::Statement& row) {
@@ -201,17 +202,17 @@ Result<bool> ImportedHealthDatabase::readSources(sqlite3* handle) {
                       return true;
                     });
   if (!read) {
-    return Result<bool>::failure(damage(flaw.empty() ? sqlite3_errmsg(handle) : flaw));
+    return Status::failure(damage(flaw.empty() ? sqlite3_errmsg(handle) : flaw));
   }
-  return Result<bool>::success(true);
+  return Status::success();
 }
 
-Result<bool> ImportedHealthDatabase::readCharacteristics(sqlite3* handle) {
+Status ImportedHealthDatabase::readCharacteristics(sqlite3* handle) {
   sqlite::Statement traits(handle,
                            "SELECT birth_year, birth_month, birth_day, biological_sex "
                            "FROM characteristics LIMIT 1");
   if (!traits.prepared()) {
-    return Result<bool>::failure(damage(sqlite3_errmsg(handle)));
+    return Status::failure(damage(sqlite3_errmsg(handle)));
   }
   if (traits.step() == SQLITE_ROW) {
     platform::DateComponents birth;
@@ -227,10 +228,10 @@ Result<bool> ImportedHealthDatabase::readCharacteristics(sqlite3* handle) {
     characteristics_.dateOfBirth = birth;
     characteristics_.biologicalSex = traits.columnInt(3);
   }
-  return Result<bool>::success(true);
+  return Status::success();
 }
 
-Result<bool> ImportedHealthDatabase::prepareBlockQueries(Connection& connection) {
+Status ImportedHealthDatabase::prepareBlockQueries(Connection& connection) {
   sqlite3* handle = connection.connection.get();
   connection.windowBlocks = sqlite::Statement(
       handle,
@@ -241,9 +242,9 @@ Result<bool> ImportedHealthDatabase::prepareBlockQueries(Connection& connection)
       "SELECT first_start, last_end, sample_count, checksum, samples FROM blocks WHERE type_id = "
       "?1 AND is_long = 1 AND first_start < ?2 AND last_end >= ?3");
   if (!connection.windowBlocks.prepared() || !connection.longBlocks.prepared()) {
-    return Result<bool>::failure(damage(sqlite3_errmsg(handle)));
+    return Status::failure(damage(sqlite3_errmsg(handle)));
   }
-  return Result<bool>::success(true);
+  return Status::success();
 }
 
 bool ImportedHealthDatabase::isHealthDataAvailable() const {
@@ -277,6 +278,23 @@ bool ImportedHealthDatabase::answersWithoutSamples(const std::string& typeIdenti
 
 platform::Characteristics ImportedHealthDatabase::characteristics() const {
   return characteristics_;
+}
+
+std::vector<std::string> ImportedHealthDatabase::sampleTypes() const {
+  std::vector<std::string> held;
+  for (const auto& entry : types_) {
+    held.push_back(entry.first);
+  }
+  std::sort(held.begin(), held.end());
+  return held;
+}
+
+std::vector<std::string> ImportedHealthDatabase::sourceBundleIdentifiers() const {
+  std::set<std::string> held;
+  for (const auto& source : sources_) {
+    held.insert(source.bundleIdentifier.str());
+  }
+  return {held.begin(), held.end()};
 }
 
 platform::SourcePriority ImportedHealthDatabase::sourcePriority() const {

@@ -66,6 +66,8 @@ class ImportedHealthDatabase final : public platform::HealthDatabase {
                                                       std::optional<Date> start,
                                                       std::optional<Date> end) const override;
   platform::Characteristics characteristics() const override;
+  std::vector<std::string> sampleTypes() const override;
+  std::vector<std::string> sourceBundleIdentifiers() const override;
   platform::SourcePriority sourcePriority() const override;
   std::optional<Error> firstFailedRead() const override;
 
@@ -88,13 +90,13 @@ class ImportedHealthDatabase final : public platform::HealthDatabase {
   struct Block;
 
   explicit ImportedHealthDatabase(std::filesystem::path path);
-  Result<bool> load();
-  Result<bool> readMeta(sqlite3* handle);
-  Result<bool> readTypes(sqlite3* handle);
-  Result<bool> readUnits(sqlite3* handle);
-  Result<bool> readSources(sqlite3* handle);
-  Result<bool> readCharacteristics(sqlite3* handle);
-  Result<bool> prepareBlockQueries(Connection& connection);
+  Status load();
+  Status readMeta(sqlite3* handle);
+  Status readTypes(sqlite3* handle);
+  Status readUnits(sqlite3* handle);
+  Status readSources(sqlite3* handle);
+  Status readCharacteristics(sqlite3* handle);
+  Status prepareBlockQueries(Connection& connection);
   Result<std::vector<Block>> blocksFor(const TypeInfo& type, double start, double end) const;
   /// Why the sample cannot have been written by an import; empty when it can.
   std::string flawOf(const layout::PackedSample& sample,

@@ -21,6 +21,7 @@ namespace {
 using platform::SampleKind;
 
 constexpr std::string_view kCategoryPrefix = "HKCategoryTypeIdentifier";
+constexpr std::string_view kSleepAnalysis = "HKCategoryTypeIdentifierSleepAnalysis";
 
 struct NamedValue {
   std::string_view name;
@@ -281,6 +282,9 @@ std::optional<double> readNumber(std::string_view text) {
 }
 
 std::optional<std::int64_t> biologicalSexNamed(std::string_view text) {
+  if (text.size() == 1 && text[0] >= '0' && text[0] <= '3') {
+    return text[0] - '0';  // the first exports wrote the platform's integer
+  }
   return lookUp(kBiologicalSexes, text);
 }
 
@@ -309,11 +313,15 @@ void RecordFields::take(std::string_view name, std::string_view text) {
     case 6:
       if (is("device")) {
         keep(device);
+      } else if (is("source")) {
+        keep(legacySource);
       }
       break;
     case 7:
       if (is("endDate")) {
         keep(endDate);
+      } else if (is("average")) {
+        keep(average);
       }
       break;
     case 9:
@@ -411,8 +419,9 @@ MappedRecord RecordMapper::map(const RecordFields& fields) {
   }
   const auto type = tables.types.indexOf(fields.type, tables.controls);
   const auto unit = tables.units.indexOf(fields.unit, tables.controls);
-  const auto source = tables.sources.indexOf(fields.sourceName, fields.sourceVersion, fields.device,
-                                             tables.controls);
+  const auto source =
+      tables.sources.indexOf(fields.sourceName.empty() ? fields.legacySource : fields.sourceName,
+                             fields.sourceVersion, fields.device, tables.controls);
   if (!type || !unit || !source) {
     return skipped(ExportIssue::malformedXml, "not UTF-8");
   }
@@ -420,12 +429,20 @@ MappedRecord RecordMapper::map(const RecordFields& fields) {
   if (batch_.types[*type].starts_with(kCategoryPrefix)) {
     const auto category = categoryValue(fields.value);
     if (!category) {
+      // Only the sleep analysis is read by a summary: a value lost elsewhere (an event without
+      // one, a value name of a type the table does not know) loses nothing reported.
+      if (batch_.types[*type] != kSleepAnalysis) {
+        return MappedRecord{};
+      }
       return skipped(ExportIssue::unknownCategoryValue, fields.value);
     }
     record.kind = SampleKind::category;
     record.value = static_cast<double>(*category);
   } else {
-    const auto number = readNumber(fields.value);
+    // The first exports wrote some quantities as statistics of readings (min, max, average,
+    // recordCount) without a value: the average is the value.
+    const auto number =
+        readNumber(fields.value.empty() && !fields.average.empty() ? fields.average : fields.value);
     if (!number) {
       return skipped(ExportIssue::nonNumericValue, fields.value);
     }

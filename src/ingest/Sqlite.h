@@ -76,7 +76,7 @@ class Connection {
   sqlite3* get() const { return connection_; }
 
   /// Runs SQL without results; the error message is SQLite's explanation, never the SQL.
-  Result<bool> execute(std::string_view sql);
+  Status execute(std::string_view sql);
   Result<Statement> prepare(std::string_view sql);
   std::string lastMessage() const;
 

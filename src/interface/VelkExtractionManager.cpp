@@ -1,12 +1,11 @@
 #include "velk/VelkExtractionManager.h"
 
-#include <cstdio>
-#include <cstdlib>
 #include <utility>
 
 #include "body/VelkBodyProvider.h"
 #include "extraction/ExtractionLastDateStorage.h"
 #include "physical/VelkPhysicalProvider.h"
+#include "platform/DebugOutput.h"
 #include "sleep/SleepRepository.h"
 #include "velk/BodyDocument.h"
 #include "velk/PhysicalDocument.h"
@@ -28,8 +27,7 @@ VelkExtractionManager::Owners makeOwners() {
 template <class Owner>
 std::shared_ptr<Owner> required(std::shared_ptr<Owner> owner, const char* name) {
   if (owner == nullptr) {
-    std::fprintf(stderr, "velk: VelkExtractionManager built without a %s\n", name);
-    std::abort();
+    platform::fatalError(std::string("VelkExtractionManager built without a ") + name);
   }
   return owner;
 }

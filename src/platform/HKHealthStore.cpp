@@ -1,10 +1,10 @@
 #include "platform/HKHealthStore.h"
 
 #include <algorithm>
-#include <cstdio>
 #include <cstdlib>
 
 #include "platform/CanonicalUnits.h"
+#include "platform/DebugOutput.h"
 #include "platform/HealthDatabase.h"
 #include "velk/Device.h"
 
@@ -59,8 +59,7 @@ Date sortKey(const StoredSample& sample, const std::string& key) {
   if (key == HKSampleSortIdentifierEndDate) {
     return sample.end;
   }
-  std::fprintf(stderr, "velk: cannot sort samples by \"%s\"\n", key.c_str());
-  std::abort();
+  fatalError("cannot sort samples by \"" + key + "\"");
 }
 
 // Sorts by the descriptors in turn; samples equal under all of them keep the stored order.

@@ -1,5 +1,9 @@
 #include "platform/HealthDatabase.h"
 
+#include <algorithm>
+#include <set>
+
+#include "platform/HKObjectType.h"
 #include "platform/InMemoryHealthDatabase.h"
 #include "velk/Device.h"
 
@@ -19,6 +23,33 @@ std::shared_ptr<HealthDatabase> HealthDatabase::ofCurrentDevice() {
                                                     std::vector<SampleRecord>{});
   }();
   return unavailable;
+}
+
+std::vector<std::string> HealthDatabase::sampleTypes() const {
+  std::vector<std::string> held;
+  for (const auto identifier : HKObjectType::platformIdentifiers()) {
+    // A type whose samples cannot be read is held all the same: the read says what is wrong.
+    const auto read = samples(std::string(identifier), std::nullopt, std::nullopt);
+    if (read.isFailure() || !read.value().empty()) {
+      held.emplace_back(identifier);
+    }
+  }
+  std::sort(held.begin(), held.end());
+  return held;
+}
+
+std::vector<std::string> HealthDatabase::sourceBundleIdentifiers() const {
+  std::set<std::string> sources;
+  for (const auto& type : sampleTypes()) {
+    const auto read = samples(type, std::nullopt, std::nullopt);
+    if (read.isFailure()) {
+      continue;
+    }
+    for (const auto& sample : read.value()) {
+      sources.insert(sample.sourceBundleIdentifier.str());
+    }
+  }
+  return {sources.begin(), sources.end()};
 }
 
 SourcePriority HealthDatabase::sourcePriority() const {

@@ -31,6 +31,7 @@ class InMemoryHealthDatabase final : public HealthDatabase {
                                             std::optional<Date> start,
                                             std::optional<Date> end) const override;
   Characteristics characteristics() const override;
+  std::vector<std::string> sampleTypes() const override;
   SourcePriority sourcePriority() const override;
 
   std::size_t sampleCount() const;
