@@ -113,7 +113,7 @@ TEST(EdgeValuesTest, RecordsEndingBeforeTheyStartOrRepeatingAnAttributeAreSkippe
   ASSERT_TRUE(report.isSuccess()) << report.error();
   EXPECT_EQ(sink.values(), std::vector<double>{1});
   EXPECT_EQ(report.value().count(ExportIssue::endBeforeStart), 1u);
-  EXPECT_EQ(report.value().entry(ExportIssue::unreadableDate).firstDetail,
+  EXPECT_EQ(report.value().entry(ExportIssue::unreadableDate).details.at(0).text,
             "2024-01-01 23:59:60 +0000");
   EXPECT_EQ(report.value().count(ExportIssue::repeatedAttribute), 1u);
   EXPECT_EQ(report.value().warningLines().size(), 3u);
@@ -143,7 +143,7 @@ TEST(EdgeValuesTest, ValuesNoMeasurementCanHaveAreRefusedWhereDataEnters) {
   ASSERT_TRUE(report.isSuccess()) << report.error();
   EXPECT_EQ(sink.values(), (std::vector<double>{1e9, -1e9, 1.6e7, 9e11}));
   EXPECT_EQ(report.value().count(ExportIssue::impossibleValue), 7u);
-  EXPECT_EQ(report.value().entry(ExportIssue::impossibleValue).firstDetail, "9.3e18");
+  EXPECT_EQ(report.value().entry(ExportIssue::impossibleValue).details.at(0).text, "9.3e18");
 
   const auto imported = importExport(xml, dir.file("huge.db"));
   ASSERT_TRUE(imported.isSuccess()) << imported.error();

@@ -265,7 +265,7 @@ TEST(HostileExportTest, OtherEncodingsAreRefusedOrReportedRecordByRecord) {
                sink);
   ASSERT_TRUE(latin1.isSuccess()) << latin1.error();
   EXPECT_EQ(sink.values(), std::vector<double>{4});
-  EXPECT_EQ(latin1.value().entry(ExportIssue::malformedXml).firstDetail, "not UTF-8");
+  EXPECT_EQ(latin1.value().entry(ExportIssue::malformedXml).details.at(0).text, "not UTF-8");
 }
 
 }  // namespace
