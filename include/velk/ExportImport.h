@@ -1,10 +1,13 @@
 // Imports a health export into an import database (ImportedHealthDatabase).
 //
-// The export is streamed through the export reader into a new database file beside the target
-// ("<target>.importing"), which then takes the target's place in one rename. An import that
-// fails or is interrupted leaves the previous database as it was; importing again replaces the
-// whole content. Damage inside the export that still lets it be read arrives as warnings in the
-// summary's report, exactly as the reader found it.
+// The export is streamed through the export reader into a new database file of this import's
+// own beside the target ("<target>.importing-<random>"), which then takes the target's place in
+// one rename. An import that fails or is interrupted leaves the previous database as it was (a
+// killed import's file is removed by the next import of that target); importing again replaces
+// the whole content. Imports of one target at the same time do not disturb each other: each
+// that succeeds installs its own database, and the one that finishes last stays. Damage inside the
+// export that still lets it be read arrives as warnings in the summary's report, exactly as the
+// reader found it.
 #pragma once
 
 #include <cstdint>

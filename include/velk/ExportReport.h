@@ -21,9 +21,12 @@ enum class ExportIssue : std::uint8_t {
   nestedRecord,          ///< a record inside another record (both are read)
   dateAfterExport,       ///< a record that ends after the export was made (read anyway)
   truncated,             ///< the file ends before the export's closing tag
+  impossibleValue,       ///< a quantity no measurement can have (kLargestQuantity), skipped
+  endBeforeStart,        ///< a record that ends before it starts, skipped
+  repeatedAttribute,     ///< a record with an attribute written twice, skipped
 };
 
-inline constexpr std::size_t kExportIssueCount = 9;
+inline constexpr std::size_t kExportIssueCount = 12;
 
 class ExportReport {
  public:

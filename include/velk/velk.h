@@ -221,8 +221,10 @@ VELK_API velk_error* velk_device_close(velk_device* device);
 VELK_API size_t velk_device_warning_count(const velk_device* device);
 VELK_API const char* velk_device_warning(const velk_device* device, size_t index);
 
-/** The instant at a wall time in the device's time zone (month 1-12). A wall time skipped by a
- * clock change is read after the change. */
+/** The instant at a wall time in the device's time zone: year 1-9999, month 1-12, a day of that
+ * month, hour 0-23, minute and second 0-59. Other values are refused with
+ * VELK_ERROR_INVALID_ARGUMENT, never carried over (month 13 is no January). A wall time skipped by
+ * a clock change is read after the change. */
 VELK_API velk_error* velk_device_date(const velk_device* device, int year, int month, int day,
                                       int hour, int minute, int second, double* date_out);
 

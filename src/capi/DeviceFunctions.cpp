@@ -32,6 +32,19 @@ std::optional<Error> refuseWithMainQueueThread(const DeviceSession& session) {
   return std::nullopt;
 }
 
+// Whether the fields name a wall time as a clock shows it, each inside its range; the calendar
+// would carry month 13 into the next year.
+bool isWallTime(int year, int month, int day, int hour, int minute, int second) {
+  if (year < 1 || year > 9999 || month < 1 || month > 12 || day < 1 || day > 31) {
+    return false;
+  }
+  const std::chrono::year_month_day civil{std::chrono::year{year},
+                                          std::chrono::month{static_cast<unsigned>(month)},
+                                          std::chrono::day{static_cast<unsigned>(day)}};
+  return civil.ok() && hour >= 0 && hour <= 23 && minute >= 0 && minute <= 59 && second >= 0 &&
+         second <= 59;
+}
+
 }  // namespace
 
 extern "C" {
@@ -107,6 +120,15 @@ velk_error* velk_device_date(const velk_device* device, int year, int month, int
     }
     if (date_out == nullptr) {
       return nullArgument("date_out");
+    }
+    if (!isWallTime(year, month, day, hour, minute, second)) {
+      return interfaceError(VELK_ERROR_INVALID_ARGUMENT,
+                            "no such wall time: " + std::to_string(year) + "-" +
+                                std::to_string(month) + "-" + std::to_string(day) + " " +
+                                std::to_string(hour) + ":" + std::to_string(minute) + ":" +
+                                std::to_string(second) +
+                                " (year 1-9999, month 1-12, a day of that month, hour 0-23, "
+                                "minute and second 0-59)");
     }
     velk::platform::DateComponents components;
     components.year = year;

@@ -126,6 +126,12 @@ int runSummary(const SummaryRequest& request, std::ostream& out, std::ostream& e
     }
     status = std::max(status, day);
   }
+  // A store that could not be read (a damaged database) fails the command, though the documents
+  // were written without the data it could not give.
+  if (auto failed = platform::Device::current()->healthDatabase()->firstFailedRead()) {
+    err << "velk: " << failed->message() << "\n";
+    status = std::max(status, static_cast<int>(kExitBadInput));
+  }
   return status;
 }
 

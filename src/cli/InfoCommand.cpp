@@ -244,7 +244,12 @@ json describeHealthData() {
   for (const auto& type : database.sampleTypes()) {
     TypeStats& stats = types[type];
     const bool sleep = type == kSleepType;
-    for (const auto& sample : database.samples(type, std::nullopt, std::nullopt)) {
+    // A damaged part is left out here; runInfo reports the database's first failed read.
+    const auto read = database.samples(type, std::nullopt, std::nullopt);
+    if (read.isFailure()) {
+      continue;
+    }
+    for (const auto& sample : read.value()) {
       ++stats.samples;
       stats.days.insert(days.dayOf(sample.start));
       const SourceKey source{sample.sourceName.str(), sample.sourceBundleIdentifier.str()};
@@ -309,8 +314,12 @@ json describeHealthData() {
   return info;
 }
 
-int runInfo(const std::string& format, std::ostream& out) {
+int runInfo(const std::string& format, std::ostream& out, std::ostream& err) {
   const json info = describeHealthData();
+  if (auto failed = platform::Device::current()->healthDatabase()->firstFailedRead()) {
+    err << "velk: " << failed->message() << "\n";
+    return kExitBadInput;
+  }
   if (format == "text") {
     printText(info, out);
   } else {

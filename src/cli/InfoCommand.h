@@ -16,6 +16,6 @@ namespace velk::cli {
 nlohmann::json describeHealthData();
 
 /// `velk info [--format json|text]`
-int runInfo(const std::string& format, std::ostream& out);
+int runInfo(const std::string& format, std::ostream& out, std::ostream& err);
 
 }  // namespace velk::cli

@@ -207,7 +207,7 @@ int runTool(const std::vector<std::string>& arguments, std::ostream& out, std::o
       return runReport(tableRequest, out, err);
     }
     if (info->parsed()) {
-      return runInfo(infoFormat, out);
+      return runInfo(infoFormat, out, err);
     }
     return runPermissions(family, out, err);
   };

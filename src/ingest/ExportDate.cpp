@@ -11,7 +11,6 @@ namespace {
 constexpr platform::Iso8601Syntax kExportSyntax{
     .spaceForT = true,
     .basicForm = true,
-    .leapSecond = true,
     .offsetWithoutColon = true,
     .spaceBeforeOffset = true,
 };

@@ -1,15 +1,12 @@
 #include "velk/ExportImport.h"
 
-#include <fcntl.h>
-#include <unistd.h>
-
 #include <algorithm>
 #include <atomic>
 #include <cmath>
-#include <system_error>
 #include <unordered_map>
 #include <vector>
 
+#include "ImportFile.h"
 #include "ImportLayout.h"
 #include "Sqlite.h"
 #include "ingest/ExportReader.h"
@@ -73,8 +70,8 @@ class DatabaseWriter final : public ExportSink {
       return made;
     }
     auto insert = connection_.prepare(
-        "INSERT INTO blocks(type_id, is_long, first_start, last_end, sample_count, samples) "
-        "VALUES (?1, ?2, ?3, ?4, ?5, ?6)");
+        "INSERT INTO blocks(type_id, is_long, first_start, last_end, sample_count, samples, "
+        "checksum) VALUES (?1, ?2, ?3, ?4, ?5, ?6, ?7)");
     if (insert.isFailure()) {
       return Status::failure(insert.error());
     }
@@ -274,12 +271,15 @@ class DatabaseWriter final : public ExportSink {
       for (std::size_t i = 0; i < block.samples.size(); ++i) {
         layout::pack(block.samples[i], bytes.data() + i * layout::kSampleBytes);
       }
-      insertBlock_.bind(1, block.typeId);
-      insertBlock_.bind(2, std::int64_t{block.isLong ? 1 : 0});
-      insertBlock_.bind(3, block.firstStart);
-      insertBlock_.bind(4, block.lastEnd);
-      insertBlock_.bind(5, static_cast<std::int64_t>(block.samples.size()));
+      const layout::BlockHeader header{block.typeId, block.isLong, block.firstStart, block.lastEnd,
+                                       static_cast<std::int64_t>(block.samples.size())};
+      insertBlock_.bind(1, header.typeId);
+      insertBlock_.bind(2, std::int64_t{header.isLong ? 1 : 0});
+      insertBlock_.bind(3, header.firstStart);
+      insertBlock_.bind(4, header.lastEnd);
+      insertBlock_.bind(5, header.sampleCount);
       insertBlock_.bindBlob(6, bytes.data(), bytes.size());
+      insertBlock_.bind(7, std::int64_t{layout::blockChecksum(header, bytes.data(), bytes.size())});
       if (insertBlock_.step() != SQLITE_DONE) {
         failure_ = databaseError(DatabaseErrorCode::sqliteFailed,
                                  "cannot store samples: " + connection_.lastMessage());
@@ -439,21 +439,13 @@ class DatabaseWriter final : public ExportSink {
   bool characteristicsFound_ = false;
 };
 
-// Flushes the finished file to the disk before it replaces the old one: a crash right after the
-// rename must not leave a database whose pages never reached the disk.
-bool syncToDisk(const std::filesystem::path& path) {
-  const int descriptor = ::open(path.c_str(), O_RDONLY | O_CLOEXEC);
-  if (descriptor < 0) {
-    return false;
-  }
-  const bool synced = ::fsync(descriptor) == 0;
-  ::close(descriptor);
-  return synced;
-}
-
-void removeQuietly(const std::filesystem::path& path) {
-  std::error_code ignored;
-  std::filesystem::remove(path, ignored);
+// A failure of SQLite while the new file is written, said with what the user can do about it.
+Error writeFailure(const std::filesystem::path& databasePath, const Error& cause) {
+  return databaseError(DatabaseErrorCode::sqliteFailed,
+                       databasePath.string() + ": cannot write the new database (" +
+                           cause.message() +
+                           "); the old one is kept: check the free space and permissions of its "
+                           "folder and import again");
 }
 
 }  // namespace
@@ -468,16 +460,14 @@ Result<ImportSummary> importExport(const std::filesystem::path& exportPath,
   }
   CountingSource source(std::move(opened).value());
 
-  // A leftover of an interrupted import is of no use: it was never complete.
-  std::filesystem::path temporary = databasePath;
-  temporary += ".importing";
-  removeQuietly(temporary);
-  const auto fail = [&temporary](Error error) {
-    removeQuietly(temporary);
-    return Result<ImportSummary>::failure(std::move(error));
-  };
+  auto file = ImportFile::create(databasePath);
+  if (file.isFailure()) {
+    return Result<ImportSummary>::failure(file.error());
+  }
+  ImportFile temporary = std::move(file).value();
+  const auto fail = [](Error error) { return Result<ImportSummary>::failure(std::move(error)); };
 
-  auto connection = sqlite::Connection::open(temporary, sqlite::Connection::Mode::create);
+  auto connection = sqlite::Connection::open(temporary.path(), sqlite::Connection::Mode::create);
   if (connection.isFailure()) {
     return fail(connection.error());
   }
@@ -486,7 +476,7 @@ Result<ImportSummary> importExport(const std::filesystem::path& exportPath,
     sqlite::Connection database = std::move(connection).value();
     DatabaseWriter writer(database, source, progress);
     if (auto prepared = writer.prepare(); prepared.isFailure()) {
-      return fail(prepared.error());
+      return fail(writeFailure(databasePath, prepared.error()));
     }
     ExportReadOptions readOptions;
     readOptions.sources = options.sources;
@@ -498,25 +488,18 @@ Result<ImportSummary> importExport(const std::filesystem::path& exportPath,
     summary.exportDescription = source.description();
     summary.xmlBytes = source.bytesRead();
     if (auto finished = writer.finish(summary); finished.isFailure()) {
-      return fail(finished.error());
+      return fail(writeFailure(databasePath, finished.error()));
     }
     summary.samplesStored = writer.samplesStored();
     summary.samplesWithoutUnit = writer.samplesWithoutUnit();
     summary.characteristicsFound = writer.characteristicsFound();
     if (!database.close()) {
-      return fail(databaseError(DatabaseErrorCode::sqliteFailed,
-                                "cannot close the new database: " + database.lastMessage()));
+      return fail(writeFailure(
+          databasePath, databaseError(DatabaseErrorCode::sqliteFailed, database.lastMessage())));
     }
   }
-  if (!syncToDisk(temporary)) {
-    return fail(databaseError(DatabaseErrorCode::cannotReplace,
-                              temporary.string() + ": cannot flush the new database to disk"));
-  }
-  std::error_code renamed;
-  std::filesystem::rename(temporary, databasePath, renamed);
-  if (renamed) {
-    return fail(databaseError(DatabaseErrorCode::cannotReplace,
-                              databasePath.string() + ": cannot replace: " + renamed.message()));
+  if (auto installed = temporary.install(); installed.isFailure()) {
+    return fail(installed.error());
   }
   return Result<ImportSummary>::success(std::move(summary));
 }

@@ -358,7 +358,15 @@ Result<Prologue> readPrologue(ExportSource& source) {
 }
 
 // An error when the prologue shows no export.
-std::optional<Error> notAnExport(const PrologueScan& scan, const ExportSource& source) {
+std::optional<Error> notAnExport(const Prologue& prologue, const ExportSource& source) {
+  const PrologueScan& scan = prologue.scan;
+  // The Health app writes UTF-8; a file converted to UTF-16 on the way shows its byte order mark.
+  if (prologue.head.starts_with("\xFF\xFE") || prologue.head.starts_with("\xFE\xFF")) {
+    return exportError(ExportErrorCode::notAnExport,
+                       source.description() +
+                           " is UTF-16 text; exports are read as the Health app writes them, in "
+                           "UTF-8: convert it first (iconv -f UTF-16 -t UTF-8)");
+  }
   if (scan.status != PrologueScan::Status::found) {
     return exportError(
         ExportErrorCode::notAnExport,
@@ -437,7 +445,7 @@ Result<ExportReport> ExportReader::read(ExportSource& source, ExportSink& sink) 
     return R::failure(read.error());
   }
   auto prologue = std::move(read).value();
-  if (const auto error = notAnExport(prologue.scan, source)) {
+  if (const auto error = notAnExport(prologue, source)) {
     return R::failure(*error);
   }
   ExportReport report;

@@ -108,6 +108,13 @@ std::string_view describe(ExportIssue issue) {
       return "records dated after the export was made (a wrong clock?), read anyway";
     case ExportIssue::truncated:
       return "the file ends before </HealthData> (truncated?)";
+    case ExportIssue::impossibleValue:
+      return "quantity records with a value no measurement can have (above a billion in the "
+             "type's unit), skipped";
+    case ExportIssue::endBeforeStart:
+      return "records that end before they start, skipped";
+    case ExportIssue::repeatedAttribute:
+      return "records with an attribute written twice (not well-formed XML), skipped";
   }
   return "unknown issue";
 }

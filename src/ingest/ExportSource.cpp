@@ -152,11 +152,19 @@ SourceResult openArchive(const std::filesystem::path& path, const ArchiveLimits&
   }
   const auto entries = zip_get_num_entries(archive.get(), 0);
   std::uint64_t probeBudget = limits.probeBudget;
+  std::string encrypted;  // the first XML entry that cannot be read without a password
   for (zip_int64_t i = 0; i < entries && probeBudget > 0; ++i) {
     const auto index = static_cast<zip_uint64_t>(i);
     zip_stat_t stat;
     if (zip_stat_index(archive.get(), index, 0, &stat) != 0 || (stat.valid & ZIP_STAT_NAME) == 0 ||
-        !endsWithXml(stat.name) || !entryIsExport(archive.get(), index, probeBudget)) {
+        !endsWithXml(stat.name)) {
+      continue;
+    }
+    if ((stat.valid & ZIP_STAT_ENCRYPTION_METHOD) != 0 && stat.encryption_method != ZIP_EM_NONE) {
+      encrypted = encrypted.empty() ? stat.name : encrypted;
+      continue;
+    }
+    if (!entryIsExport(archive.get(), index, probeBudget)) {
       continue;
     }
     const std::uint64_t size = (stat.valid & ZIP_STAT_SIZE) != 0 ? stat.size : 0;
@@ -173,6 +181,12 @@ SourceResult openArchive(const std::filesystem::path& path, const ArchiveLimits&
     }
     return SourceResult::success(std::make_unique<ZipEntrySource>(
         std::move(archive), std::move(entry), std::move(description), size, allowed));
+  }
+  if (!encrypted.empty()) {
+    return SourceResult::failure(
+        exportError(ExportErrorCode::noExportInArchive,
+                    "the archive " + path.string() + " holds its XML encrypted (" + encrypted +
+                        "): unpack it with its password and give the export.xml"));
   }
   return SourceResult::failure(exportError(
       ExportErrorCode::noExportInArchive,

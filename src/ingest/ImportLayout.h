@@ -16,6 +16,10 @@
 // `ordinal` is the sample's position among all samples of the export, so that answers keep the
 // export's order; `entered` is 0 for no HKWasUserEntered key, 1 for false, 2 for true; `unit` 0
 // means none (category samples).
+//
+// Each block row carries a CRC-32 of its own columns and samples (blockChecksum), so that a
+// reader finds a block whose bytes were changed after the import, by a failing disk or by hand.
+// Format 2 added it; a database of format 1 is refused with a request to import again.
 #pragma once
 
 #include <cstddef>
@@ -27,7 +31,7 @@
 namespace velk::ingest::layout {
 
 inline constexpr std::string_view kFormatName = "velk-health-import";
-inline constexpr std::int64_t kFormatVersion = 1;
+inline constexpr std::int64_t kFormatVersion = 2;
 
 /// A sample that lasts longer than this goes into a long block.
 inline constexpr double kLongSampleSeconds = 86400;
@@ -40,7 +44,8 @@ CREATE TABLE units(id INTEGER PRIMARY KEY, text TEXT NOT NULL UNIQUE);
 CREATE TABLE sources(id INTEGER PRIMARY KEY, bundle_identifier TEXT NOT NULL, name TEXT NOT NULL,
                      UNIQUE(bundle_identifier, name));
 CREATE TABLE blocks(type_id INTEGER NOT NULL, is_long INTEGER NOT NULL, first_start REAL NOT NULL,
-                    last_end REAL NOT NULL, sample_count INTEGER NOT NULL, samples BLOB NOT NULL);
+                    last_end REAL NOT NULL, sample_count INTEGER NOT NULL, samples BLOB NOT NULL,
+                    checksum INTEGER NOT NULL);
 CREATE TABLE characteristics(birth_year INTEGER, birth_month INTEGER, birth_day INTEGER,
                              biological_sex INTEGER NOT NULL);
 )sql";
@@ -85,6 +90,19 @@ inline PackedSample unpack(const unsigned char* in) {
   sample.entered = in[39];
   return sample;
 }
+
+/// A block row's columns besides its samples.
+struct BlockHeader {
+  std::int64_t typeId = 0;
+  bool isLong = false;
+  double firstStart = 0;
+  double lastEnd = 0;
+  std::int64_t sampleCount = 0;
+};
+
+/// The CRC-32 of a block row: its header's columns, then its `size` bytes of packed samples.
+std::uint32_t blockChecksum(const BlockHeader& header, const unsigned char* samples,
+                            std::size_t size);
 
 inline std::uint8_t enteredCode(std::optional<bool> wasUserEntered) {
   return wasUserEntered ? (*wasUserEntered ? 2 : 1) : 0;

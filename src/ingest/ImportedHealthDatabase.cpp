@@ -1,12 +1,15 @@
 #include "ingest/ImportedHealthDatabase.h"
 
 #include <algorithm>
+#include <cmath>
 #include <limits>
 #include <set>
 
 #include "ImportLayout.h"
 #include "Sqlite.h"
+#include "platform/CanonicalUnits.h"
 #include "platform/HKObjectType.h"
+#include "platform/StoredSample.h"
 
 namespace velk::ingest {
 
@@ -16,13 +19,38 @@ struct ImportedHealthDatabase::Connection {
   sqlite::Statement longBlocks;    ///< the long blocks of a type that reach a moment
 };
 
+/// A block row as read, before its checksum is checked.
+struct ImportedHealthDatabase::Block {
+  layout::BlockHeader header;
+  std::int64_t checksum = 0;
+  std::string samples;
+};
+
 namespace {
 
 using Opened = Result<std::shared_ptr<ImportedHealthDatabase>>;
 
+// Larger than any category value the platform defines, far inside the 64-bit integers.
+constexpr double kLargestCategoryValue = 1e15;
+
+constexpr const char* kNotOurs = "not a health database made by an import";
+
 // SQLite's answer for a file that is not a database of its own (e.g. a text file).
 bool isForeignFile(int code) {
   return code == SQLITE_NOTADB || code == SQLITE_CORRUPT;
+}
+
+// Steps through every row of `statement`, handing each to `row`. False when SQLite failed before
+// the last row (a damaged page), or `row` refused one.
+template <class Row>
+bool eachRow(sqlite::Statement& statement, Row row) {
+  int status;
+  while ((status = statement.step()) == SQLITE_ROW) {
+    if (!row(statement)) {
+      return false;
+    }
+  }
+  return status == SQLITE_DONE;
 }
 
 }  // namespace
@@ -30,106 +58,161 @@ bool isForeignFile(int code) {
 Opened ImportedHealthDatabase::open(const std::filesystem::path& path,
                                     platform::HealthDatabaseSettings settings) {
   std::error_code ignored;
+  if (std::filesystem::is_directory(path, ignored)) {
+    return Opened::failure(databaseError(
+        DatabaseErrorCode::cannotOpen,
+        path.string() + ": is a directory, not a database file (give the file an import wrote)"));
+  }
   if (!std::filesystem::is_regular_file(path, ignored)) {
     return Opened::failure(
         databaseError(DatabaseErrorCode::cannotOpen, path.string() + ": no such database file"));
   }
-  std::shared_ptr<ImportedHealthDatabase> database(new ImportedHealthDatabase());
+  std::shared_ptr<ImportedHealthDatabase> database(new ImportedHealthDatabase(path));
   database->settings_ = std::move(settings);
-  if (auto loaded = database->load(path); loaded.isFailure()) {
+  if (auto loaded = database->load(); loaded.isFailure()) {
     return Opened::failure(loaded.error());
   }
   return Opened::success(std::move(database));
 }
 
+ImportedHealthDatabase::ImportedHealthDatabase(std::filesystem::path path)
+    : path_(std::move(path)) {}
+
 ImportedHealthDatabase::~ImportedHealthDatabase() = default;
 
-Status ImportedHealthDatabase::load(const std::filesystem::path& path) {
-  const auto failure = [&path](DatabaseErrorCode code, const std::string& why) {
-    return Status::failure(databaseError(code, path.string() + ": " + why));
-  };
-  auto opened = sqlite::Connection::open(path, sqlite::Connection::Mode::readOnly);
+Error ImportedHealthDatabase::errorAbout(DatabaseErrorCode code, const std::string& why) const {
+  return databaseError(code, path_.string() + ": " + why);
+}
+
+Error ImportedHealthDatabase::damage(const std::string& what) const {
+  return errorAbout(DatabaseErrorCode::damaged,
+                    "damaged import database (" + what + "); import the export again");
+}
+
+// The format marker first: anything else in the file is read only once it is known to be ours.
+// Then the small tables, each checked for what an import writes, and the block queries.
+Status ImportedHealthDatabase::load() {
+  auto opened = sqlite::Connection::open(path_, sqlite::Connection::Mode::readOnly);
   if (opened.isFailure()) {
     return Status::failure(opened.error());
   }
   auto connection = std::make_unique<Connection>();
   connection->connection = std::move(opened).value();
   sqlite3* handle = connection->connection.get();
-  const std::string notOurs = "not a health database made by an import";
+  for (const auto& step : {&ImportedHealthDatabase::readMeta, &ImportedHealthDatabase::readTypes,
+                           &ImportedHealthDatabase::readUnits, &ImportedHealthDatabase::readSources,
+                           &ImportedHealthDatabase::readCharacteristics}) {
+    if (auto read = (this->*step)(handle); read.isFailure()) {
+      return read;
+    }
+  }
+  if (auto prepared = prepareBlockQueries(*connection); prepared.isFailure()) {
+    return prepared;
+  }
+  connection_ = std::move(connection);
+  return Status::success();
+}
 
-  // The format marker first: anything else in the file is read only once it is known to be ours.
-  {
-    sqlite::Statement meta(handle, "SELECT key, value FROM meta");
-    if (!meta.prepared()) {
-      const int code = sqlite3_errcode(handle);
-      return failure(DatabaseErrorCode::notADatabase,
-                     notOurs + (isForeignFile(code) ? " (not an SQLite database)" : ""));
-    }
-    int status;
-    while ((status = meta.step()) == SQLITE_ROW) {
-      info_[meta.columnText(0)] = meta.columnText(1);
-    }
-    if (status != SQLITE_DONE) {
-      return failure(DatabaseErrorCode::notADatabase,
-                     notOurs + ": " + connection->connection.lastMessage());
-    }
+Status ImportedHealthDatabase::readMeta(sqlite3* handle) {
+  const auto refuse = [this](DatabaseErrorCode code, const std::string& why) {
+    return Status::failure(errorAbout(code, why));
+  };
+  sqlite::Statement meta(handle, "SELECT key, value FROM meta");
+  if (!meta.prepared()) {
+    const bool foreign = isForeignFile(sqlite3_errcode(handle));
+    return refuse(DatabaseErrorCode::notADatabase,
+                  std::string(kNotOurs) + (foreign ? " (not an SQLite database)" : ""));
+  }
+  if (!eachRow(meta, [this](sqlite::Statement& row) {
+        info_[row.columnText(0)] = row.columnText(1);
+        return true;
+      })) {
+    std::string why = kNotOurs;
+    why.append(": ").append(sqlite3_errmsg(handle));
+    return refuse(DatabaseErrorCode::notADatabase, why);
   }
   if (info_["format"] != layout::kFormatName) {
-    return failure(DatabaseErrorCode::notADatabase, notOurs);
+    return refuse(DatabaseErrorCode::notADatabase, kNotOurs);
   }
   if (info_["version"] != std::to_string(layout::kFormatVersion)) {
-    return failure(DatabaseErrorCode::wrongVersion,
-                   "made by another version of the import (format " + info_["version"] +
-                       ", this one reads " + std::to_string(layout::kFormatVersion) +
-                       "); import the export again");
+    return refuse(DatabaseErrorCode::wrongVersion,
+                  "made by another version of the import (format " + info_["version"] +
+                      ", this one reads " + std::to_string(layout::kFormatVersion) +
+                      "); import the export again");
   }
-  const auto damaged = [&] {
-    return failure(DatabaseErrorCode::notADatabase,
-                   "damaged import database: " + connection->connection.lastMessage());
-  };
+  const auto count = info_.find("samples");
+  sampleCount_ = count != info_.end() ? std::strtoull(count->second.c_str(), nullptr, 10) : 0;
+  return Status::success();
+}
 
+Status ImportedHealthDatabase::readTypes(sqlite3* handle) {
   sqlite::Statement types(handle, "SELECT id, identifier, longest_span FROM types");
-  if (!types.prepared()) {
-    return damaged();
+  std::string flaw;
+  const bool read = types.prepared() && eachRow(types, [&](sqlite::Statement& row) {
+                      const double span = row.columnDouble(2);
+                      if (!std::isfinite(span) || span < 0) {
+                        flaw =
+                            "type " + row.columnText(1) + " spans " + std::to_string(span) + " s";
+                        return false;
+                      }
+                      types_[row.columnText(1)] = TypeInfo{row.columnInt(0), span};
+                      return true;
+                    });
+  if (!read) {
+    return Status::failure(damage(flaw.empty() ? sqlite3_errmsg(handle) : flaw));
   }
-  while (types.step() == SQLITE_ROW) {
-    types_[types.columnText(1)] = TypeInfo{types.columnInt(0), types.columnDouble(2)};
-  }
+  return Status::success();
+}
 
+// Each unit must name a unit: samples are checked against their type's dimension when read.
+Status ImportedHealthDatabase::readUnits(sqlite3* handle) {
   sqlite::Statement units(handle, "SELECT id, text FROM units ORDER BY id");
-  if (!units.prepared()) {
-    return damaged();
-  }
   units_.assign(1, std::nullopt);
-  while (units.step() == SQLITE_ROW) {
-    const auto id = units.columnInt(0);
-    if (id <= 0 || id > 0xFFFF) {
-      return damaged();
-    }
-    units_.resize(std::max(units_.size(), static_cast<std::size_t>(id) + 1));
-    units_[static_cast<std::size_t>(id)] = platform::HKUnit::unitFromString(units.columnText(1));
+  std::string flaw;
+  const bool read = units.prepared() && eachRow(units, [&](sqlite::Statement& row) {
+                      const auto id = row.columnInt(0);
+                      auto unit = platform::HKUnit::unitFromString(row.columnText(1));
+                      if (id <= 0 || id > 0xFFFF || !unit) {
+                        flaw = "unit " + std::to_string(id) + " \"" + row.columnText(1) + "\"";
+                        return false;
+                      }
+                      units_.resize(std::max(units_.size(), static_cast<std::size_t>(id) + 1));
+                      units_[static_cast<std::size_t>(id)] = std::move(unit);
+                      return true;
+                    });
+  if (!read) {
+    return Status::failure(damage(flaw.empty() ? sqlite3_errmsg(handle) : flaw));
   }
+  return Status::success();
+}
 
+Status ImportedHealthDatabase::readSources(sqlite3* handle) {
   sqlite::Statement sources(handle, "SELECT id, bundle_identifier, name FROM sources ORDER BY id");
-  if (!sources.prepared()) {
-    return damaged();
+  std::string flaw;
+  const bool read = sources.prepared() && eachRow(sources, [&](sqlite::Statement& row) {
+                      const auto id = row.columnInt(0);
+                      if (id < 0 || id > std::numeric_limits<std::uint32_t>::max()) {
+                        flaw = "source " + std::to_string(id);
+                        return false;
+                      }
+                      sources_.resize(std::max(sources_.size(), static_cast<std::size_t>(id) + 1));
+                      sources_[static_cast<std::size_t>(id)] =
+                          SourceInfo{platform::InternedString(row.columnText(1)),
+                                     platform::InternedString(row.columnText(2))};
+                      return true;
+                    });
+  if (!read) {
+    return Status::failure(damage(flaw.empty() ? sqlite3_errmsg(handle) : flaw));
   }
-  while (sources.step() == SQLITE_ROW) {
-    const auto id = sources.columnInt(0);
-    if (id < 0 || id > std::numeric_limits<std::uint32_t>::max()) {
-      return damaged();
-    }
-    sources_.resize(std::max(sources_.size(), static_cast<std::size_t>(id) + 1));
-    sources_[static_cast<std::size_t>(id)] =
-        SourceInfo{platform::InternedString(sources.columnText(1)),
-                   platform::InternedString(sources.columnText(2))};
-  }
+  return Status::success();
+}
 
+Status ImportedHealthDatabase::readCharacteristics(sqlite3* handle) {
   sqlite::Statement traits(handle,
                            "SELECT birth_year, birth_month, birth_day, biological_sex "
                            "FROM characteristics LIMIT 1");
   if (!traits.prepared()) {
-    return damaged();
+    return Status::failure(damage(sqlite3_errmsg(handle)));
   }
   if (traits.step() == SQLITE_ROW) {
     platform::DateComponents birth;
@@ -145,21 +228,22 @@ Status ImportedHealthDatabase::load(const std::filesystem::path& path) {
     characteristics_.dateOfBirth = birth;
     characteristics_.biologicalSex = traits.columnInt(3);
   }
+  return Status::success();
+}
 
-  connection->windowBlocks = sqlite::Statement(
+Status ImportedHealthDatabase::prepareBlockQueries(Connection& connection) {
+  sqlite3* handle = connection.connection.get();
+  connection.windowBlocks = sqlite::Statement(
       handle,
-      "SELECT samples FROM blocks WHERE type_id = ?1 AND is_long = 0 AND first_start >= ?2 "
-      "AND first_start < ?3 AND last_end >= ?4");
-  connection->longBlocks = sqlite::Statement(
+      "SELECT first_start, last_end, sample_count, checksum, samples FROM blocks WHERE type_id = "
+      "?1 AND is_long = 0 AND first_start >= ?2 AND first_start < ?3 AND last_end >= ?4");
+  connection.longBlocks = sqlite::Statement(
       handle,
-      "SELECT samples FROM blocks WHERE type_id = ?1 AND is_long = 1 AND first_start < ?2 "
-      "AND last_end >= ?3");
-  if (!connection->windowBlocks.prepared() || !connection->longBlocks.prepared()) {
-    return damaged();
+      "SELECT first_start, last_end, sample_count, checksum, samples FROM blocks WHERE type_id = "
+      "?1 AND is_long = 1 AND first_start < ?2 AND last_end >= ?3");
+  if (!connection.windowBlocks.prepared() || !connection.longBlocks.prepared()) {
+    return Status::failure(damage(sqlite3_errmsg(handle)));
   }
-  const auto count = info_.find("samples");
-  sampleCount_ = count != info_.end() ? std::strtoull(count->second.c_str(), nullptr, 10) : 0;
-  connection_ = std::move(connection);
   return Status::success();
 }
 
@@ -217,46 +301,118 @@ platform::SourcePriority ImportedHealthDatabase::sourcePriority() const {
   return platform::SourcePriority(settings_.sourcePriority);
 }
 
-std::vector<std::string> ImportedHealthDatabase::blobsFor(const TypeInfo& type, double start,
-                                                          double end) const {
-  std::vector<std::string> blobs;
+// The blocks of `type` that can hold samples overlapping [start, end], each checked against
+// its checksum and its size.
+Result<std::vector<ImportedHealthDatabase::Block>> ImportedHealthDatabase::blocksFor(
+    const TypeInfo& type, double start, double end) const {
+  using Blocks = Result<std::vector<Block>>;
+  std::vector<Block> blocks;
   const std::lock_guard lock(mutex_);
-  const auto collect = [&blobs](sqlite::Statement& statement) {
-    while (statement.step() == SQLITE_ROW) {
-      blobs.emplace_back(statement.columnBlob(0));
-    }
+  const auto collect = [&blocks, &type](sqlite::Statement& statement, bool isLong) {
+    const bool read = eachRow(statement, [&](sqlite::Statement& row) {
+      const std::string_view samples = row.columnBlob(4);
+      blocks.push_back(
+          Block{{type.id, isLong, row.columnDouble(0), row.columnDouble(1), row.columnInt(2)},
+                row.columnInt(3),
+                std::string(samples)});
+      return true;
+    });
     statement.reset();
+    return read;
   };
   sqlite::Statement& window = connection_->windowBlocks;
   window.bind(1, type.id);
   window.bind(2, start - type.longestSpan);
   window.bind(3, end);
   window.bind(4, start);
-  collect(window);
+  const bool windowRead = collect(window, false);
   sqlite::Statement& longer = connection_->longBlocks;
   longer.bind(1, type.id);
   longer.bind(2, end);
   longer.bind(3, start);
-  collect(longer);
-  return blobs;
+  if (!windowRead || !collect(longer, true)) {
+    return Blocks::failure(damage(connection_->connection.lastMessage()));
+  }
+  for (const Block& block : blocks) {
+    const auto* bytes = reinterpret_cast<const unsigned char*>(block.samples.data());
+    if (block.header.sampleCount <= 0 ||
+        block.samples.size() !=
+            static_cast<std::size_t>(block.header.sampleCount) * layout::kSampleBytes) {
+      return Blocks::failure(damage("a block of " + std::to_string(block.samples.size()) +
+                                    " bytes for " + std::to_string(block.header.sampleCount) +
+                                    " samples"));
+    }
+    if (block.checksum != layout::blockChecksum(block.header, bytes, block.samples.size())) {
+      return Blocks::failure(damage("a block does not match its checksum"));
+    }
+  }
+  return Blocks::success(std::move(blocks));
 }
 
-std::vector<platform::StoredSample> ImportedHealthDatabase::samples(
+std::string ImportedHealthDatabase::flawOf(const layout::PackedSample& sample,
+                                           const std::optional<platform::HKUnit>& canonical) const {
+  if (sample.source >= sources_.size()) {
+    return "a sample of source " + std::to_string(sample.source) + ", which is not there";
+  }
+  if (!std::isfinite(sample.start) || !std::isfinite(sample.end) || sample.end < sample.start) {
+    return "a sample from " + std::to_string(sample.start) + " to " + std::to_string(sample.end);
+  }
+  if (sample.kind == static_cast<std::uint8_t>(platform::SampleKind::category)) {
+    // An integer as the import writes them, never one too large for the sample's integer.
+    return std::abs(sample.value) <= kLargestCategoryValue
+               ? ""
+               : "a category sample of value " + std::to_string(sample.value);
+  }
+  if (sample.kind != static_cast<std::uint8_t>(platform::SampleKind::quantity)) {
+    return "a sample of kind " + std::to_string(sample.kind);
+  }
+  const auto& unit = sample.unit < units_.size() ? units_[sample.unit] : std::nullopt;
+  if (!unit || (canonical && !unit->isCompatible(*canonical))) {
+    return "a quantity in unit " + std::to_string(sample.unit) + ", not one of its type";
+  }
+  if (!platform::isPossibleQuantity(sample.value, *unit, canonical)) {
+    return "a quantity of " + std::to_string(sample.value) + " " + unit->unitString();
+  }
+  return "";
+}
+
+std::optional<Error> ImportedHealthDatabase::firstFailedRead() const {
+  const std::lock_guard lock(mutex_);
+  return firstFailure_;
+}
+
+Result<std::vector<platform::StoredSample>> ImportedHealthDatabase::samples(
     const std::string& typeIdentifier, std::optional<Date> start, std::optional<Date> end) const {
+  using Samples = Result<std::vector<platform::StoredSample>>;
+  const auto fail = [this](Error error) {
+    const std::lock_guard lock(mutex_);
+    if (!firstFailure_) {
+      firstFailure_ = error;
+    }
+    return Samples::failure(std::move(error));
+  };
   const auto type = types_.find(typeIdentifier);
   if (type == types_.end()) {
-    return {};
+    return Samples::success({});
   }
   constexpr double kFar = 1e300;  // beyond any date; stands for an open bound
   const double from = start ? start->timeIntervalSinceReferenceDate() : -kFar;
   const double to = end ? end->timeIntervalSinceReferenceDate() : kFar;
-  const std::vector<std::string> blobs = blobsFor(type->second, from, to);
+  auto blocks = blocksFor(type->second, from, to);
+  if (blocks.isFailure()) {
+    return fail(blocks.error());
+  }
 
+  const auto canonical = platform::canonicalUnitForQuantityType(typeIdentifier);
   std::vector<layout::PackedSample> packed;
-  for (const std::string& blob : blobs) {
-    const auto* bytes = reinterpret_cast<const unsigned char*>(blob.data());
-    for (std::size_t at = 0; at + layout::kSampleBytes <= blob.size(); at += layout::kSampleBytes) {
+  for (const Block& block : blocks.value()) {
+    const auto* bytes = reinterpret_cast<const unsigned char*>(block.samples.data());
+    for (std::size_t at = 0; at < block.samples.size(); at += layout::kSampleBytes) {
       const layout::PackedSample sample = layout::unpack(bytes + at);
+      // A sample no import writes can only come from a file changed with its checksums.
+      if (const std::string flaw = flawOf(sample, canonical); !flaw.empty()) {
+        return fail(damage(typeIdentifier + ": " + flaw));
+      }
       // The window's own test: the blocks are a superset.
       if ((start && sample.end < from) || (end && !(sample.start < to))) {
         continue;
@@ -273,28 +429,21 @@ std::vector<platform::StoredSample> ImportedHealthDatabase::samples(
   std::vector<platform::StoredSample> result;
   result.reserve(packed.size());
   for (const layout::PackedSample& sample : packed) {
-    const bool quantity = sample.kind == static_cast<std::uint8_t>(platform::SampleKind::quantity);
-    // A sample that points at nothing can only come from a damaged file: left out.
-    if (sample.source >= sources_.size() || sample.unit >= units_.size() ||
-        (quantity && !units_[sample.unit]) ||
-        sample.kind > static_cast<std::uint8_t>(platform::SampleKind::category)) {
-      continue;
-    }
     platform::StoredSample stored;
     stored.type = typeName;
     stored.sourceBundleIdentifier = sources_[sample.source].bundleIdentifier;
     stored.sourceName = sources_[sample.source].name;
-    if (quantity) {
+    stored.kind = static_cast<platform::SampleKind>(sample.kind);
+    if (stored.kind == platform::SampleKind::quantity) {
       stored.unit = units_[sample.unit];
     }
     stored.value = sample.value;
     stored.start = Date::fromReferenceSeconds(sample.start);
     stored.end = Date::fromReferenceSeconds(sample.end);
-    stored.kind = static_cast<platform::SampleKind>(sample.kind);
     stored.wasUserEntered = layout::enteredValue(sample.entered);
     result.push_back(stored);
   }
-  return result;
+  return Samples::success(std::move(result));
 }
 
 }  // namespace velk::ingest

@@ -2,10 +2,13 @@
 // characteristics of one export, read back a day window at a time without loading the file.
 //
 // Opening checks that the file is such a database (of this format version) and reads its small
-// tables (types, units, sources, characteristics); samples stay on disk. Queries from any number
-// of threads are safe: they share one read-only connection under a lock, held only while the
-// rows are fetched. The file is never written; replacing it by a new import while it is open is
-// safe too, since the open database keeps reading the file it opened.
+// tables (types, units, sources, characteristics); samples stay on disk. Every block a query reads
+// is checked against its checksum, and every sample in it against what an import writes (a known
+// source, a unit of its type's dimension, finite times, a value a measurement can have): a damaged
+// file fails the query with a `damaged` error naming the file, never a part of the answer. Queries
+// from any number of threads are safe: they share one read-only connection under a lock, held only
+// while the rows are fetched. The file is never written; replacing it by a new import while it is
+// open is safe too, since the open database keeps reading the file it opened.
 #pragma once
 
 #include <cstdint>
@@ -22,7 +25,13 @@
 #include "velk/Error.h"
 #include "velk/Result.h"
 
+struct sqlite3;
+
 namespace velk::ingest {
+
+namespace layout {
+struct PackedSample;
+}
 
 inline constexpr const char* kImportDatabaseErrorDomain = "velk.ingest.database";
 
@@ -32,6 +41,7 @@ enum class DatabaseErrorCode : std::int64_t {
   wrongVersion = 3,   ///< an import database of another format version
   sqliteFailed = 4,   ///< SQLite failed while reading or writing
   cannotReplace = 5,  ///< the new database could not take the place of the old one
+  damaged = 6,        ///< the file's content was changed after the import (checksum, values)
 };
 
 inline Error databaseError(DatabaseErrorCode code, std::string message) {
@@ -52,13 +62,14 @@ class ImportedHealthDatabase final : public platform::HealthDatabase {
   platform::AuthorizationAnswer authorizationAnswer() const override;
   std::optional<Error> queryError(const std::string& typeIdentifier) const override;
   bool answersWithoutSamples(const std::string& typeIdentifier) const override;
-  std::vector<platform::StoredSample> samples(const std::string& typeIdentifier,
-                                              std::optional<Date> start,
-                                              std::optional<Date> end) const override;
+  Result<std::vector<platform::StoredSample>> samples(const std::string& typeIdentifier,
+                                                      std::optional<Date> start,
+                                                      std::optional<Date> end) const override;
   platform::Characteristics characteristics() const override;
   std::vector<std::string> sampleTypes() const override;
   std::vector<std::string> sourceBundleIdentifiers() const override;
   platform::SourcePriority sourcePriority() const override;
+  std::optional<Error> firstFailedRead() const override;
 
   /// How many samples the file holds, of all types.
   std::uint64_t sampleCount() const { return sampleCount_; }
@@ -76,10 +87,25 @@ class ImportedHealthDatabase final : public platform::HealthDatabase {
     platform::InternedString name;
   };
 
-  ImportedHealthDatabase() = default;
-  Status load(const std::filesystem::path& path);
-  std::vector<std::string> blobsFor(const TypeInfo& type, double start, double end) const;
+  struct Block;
 
+  explicit ImportedHealthDatabase(std::filesystem::path path);
+  Status load();
+  Status readMeta(sqlite3* handle);
+  Status readTypes(sqlite3* handle);
+  Status readUnits(sqlite3* handle);
+  Status readSources(sqlite3* handle);
+  Status readCharacteristics(sqlite3* handle);
+  Status prepareBlockQueries(Connection& connection);
+  Result<std::vector<Block>> blocksFor(const TypeInfo& type, double start, double end) const;
+  /// Why the sample cannot have been written by an import; empty when it can.
+  std::string flawOf(const layout::PackedSample& sample,
+                     const std::optional<platform::HKUnit>& canonical) const;
+  /// An error of `code` naming the file; `why` says what is wrong and what to do.
+  Error errorAbout(DatabaseErrorCode code, const std::string& why) const;
+  Error damage(const std::string& what) const;
+
+  std::filesystem::path path_;
   platform::HealthDatabaseSettings settings_;
   platform::Characteristics characteristics_;
   std::unordered_map<std::string, TypeInfo> types_;
@@ -88,7 +114,8 @@ class ImportedHealthDatabase final : public platform::HealthDatabase {
   std::unordered_map<std::string, std::string> info_;
   std::uint64_t sampleCount_ = 0;
 
-  mutable std::mutex mutex_;  ///< guards the connection and its statements
+  mutable std::mutex mutex_;  ///< guards the connection, its statements and firstFailure_
+  mutable std::optional<Error> firstFailure_;
   std::unique_ptr<Connection> connection_;
 };
 

@@ -11,6 +11,8 @@
 #include <vector>
 
 #include "ingest/ExportDate.h"
+#include "platform/CanonicalUnits.h"
+#include "platform/StoredSample.h"
 
 namespace velk::ingest {
 
@@ -239,7 +241,7 @@ class DateReader {
     const auto hour = digit(11) * 10 + digit(12);
     const auto minute = digit(14) * 10 + digit(15);
     const auto second = digit(17) * 10 + digit(18);
-    if (hour > 23 || minute > 59 || second > 60) {
+    if (hour > 23 || minute > 59 || second > 59) {
       return std::nullopt;
     }
     return static_cast<double>(hour * 3600 + minute * 60 + second);
@@ -291,31 +293,51 @@ void RecordFields::take(std::string_view name, std::string_view text) {
   const auto is = [name](std::string_view wanted) {
     return std::memcmp(name.data(), wanted.data(), wanted.size()) == 0;
   };
+  const auto keep = [this, text](std::string_view& field) {
+    repeated = repeated || field.data() != nullptr;
+    field = text;
+  };
   switch (name.size()) {
     case 4:
-      type = is("type") ? text : type;
-      unit = is("unit") ? text : unit;
+      if (is("type")) {
+        keep(type);
+      } else if (is("unit")) {
+        keep(unit);
+      }
       break;
     case 5:
-      value = is("value") ? text : value;
+      if (is("value")) {
+        keep(value);
+      }
       break;
     case 6:
-      device = is("device") ? text : device;
-      // The first exports named the source `source`; `sourceName` wins where both are written.
-      sourceName = is("source") && sourceName.empty() ? text : sourceName;
+      if (is("device")) {
+        keep(device);
+      } else if (is("source")) {
+        keep(legacySource);
+      }
       break;
     case 7:
-      endDate = is("endDate") ? text : endDate;
-      average = is("average") ? text : average;
+      if (is("endDate")) {
+        keep(endDate);
+      } else if (is("average")) {
+        keep(average);
+      }
       break;
     case 9:
-      startDate = is("startDate") ? text : startDate;
+      if (is("startDate")) {
+        keep(startDate);
+      }
       break;
     case 10:
-      sourceName = is("sourceName") ? text : sourceName;
+      if (is("sourceName")) {
+        keep(sourceName);
+      }
       break;
     case 13:
-      sourceVersion = is("sourceVersion") ? text : sourceVersion;
+      if (is("sourceVersion")) {
+        keep(sourceVersion);
+      }
       break;
     default:
       break;
@@ -325,12 +347,48 @@ void RecordFields::take(std::string_view name, std::string_view text) {
 class RecordMapper::Tables {
  public:
   Tables(ExportRecordBatch& batch, const SourceIdentifierRule& rule)
-      : types(batch.types), units(batch.units), sources(batch.sources, rule) {}
+      : types(batch.types),
+        units(batch.units),
+        sources(batch.sources, rule),
+        typeTable_(batch.types),
+        unitTable_(batch.units) {}
+
+  // Whether a quantity of the batch's type and unit at these indices may have `value`. Units
+  // that cannot hold the type pass here: the store leaves those records out and counts them.
+  bool isPossible(std::uint32_t type, std::uint32_t unit, double value) {
+    const std::uint64_t key = (std::uint64_t{type} << 32) | unit;
+    if (lastUnits_ == nullptr || lastKey_ != key) {
+      auto [found, added] = quantityUnits_.try_emplace(key);
+      if (added) {
+        const std::string& typeText = typeTable_[type];
+        const std::string& unitText = unitTable_[unit];
+        if (platform::isStorableQuantityUnit(typeText, unitText)) {
+          found->second.unit = platform::HKUnit::unitFromString(unitText);
+          found->second.canonical = platform::canonicalUnitForQuantityType(typeText);
+        }
+      }
+      lastKey_ = key;
+      lastUnits_ = &found->second;
+    }
+    return !lastUnits_->unit ||
+           platform::isPossibleQuantity(value, *lastUnits_->unit, lastUnits_->canonical);
+  }
 
   DateReader dates;
   InternedText types, units;
   SourceTable sources;
   std::uint64_t controls = 0;
+
+ private:
+  struct QuantityUnits {
+    std::optional<platform::HKUnit> unit;  ///< absent: not a unit the store holds the type in
+    std::optional<platform::HKUnit> canonical;
+  };
+  const std::vector<std::string>& typeTable_;
+  const std::vector<std::string>& unitTable_;
+  std::unordered_map<std::uint64_t, QuantityUnits> quantityUnits_;
+  std::uint64_t lastKey_ = 0;
+  const QuantityUnits* lastUnits_ = nullptr;
 };
 
 RecordMapper::RecordMapper(ExportRecordBatch& batch, const SourceIdentifierRule& sources,
@@ -344,6 +402,9 @@ std::uint64_t RecordMapper::controlsReplaced() const {
 }
 
 MappedRecord RecordMapper::map(const RecordFields& fields) {
+  if (fields.repeated) {
+    return skipped(ExportIssue::repeatedAttribute);  // which of the two was meant is unknown
+  }
   if (fields.type.empty() || fields.startDate.empty() || fields.endDate.empty()) {
     return skipped(ExportIssue::missingAttribute);
   }
@@ -353,10 +414,14 @@ MappedRecord RecordMapper::map(const RecordFields& fields) {
   if (!start || !end) {
     return skipped(ExportIssue::unreadableDate, !start ? fields.startDate : fields.endDate);
   }
+  if (*end < *start) {
+    return skipped(ExportIssue::endBeforeStart, fields.endDate);  // the store holds none such
+  }
   const auto type = tables.types.indexOf(fields.type, tables.controls);
   const auto unit = tables.units.indexOf(fields.unit, tables.controls);
-  const auto source = tables.sources.indexOf(fields.sourceName, fields.sourceVersion, fields.device,
-                                             tables.controls);
+  const auto source =
+      tables.sources.indexOf(fields.sourceName.empty() ? fields.legacySource : fields.sourceName,
+                             fields.sourceVersion, fields.device, tables.controls);
   if (!type || !unit || !source) {
     return skipped(ExportIssue::malformedXml, "not UTF-8");
   }
@@ -380,6 +445,9 @@ MappedRecord RecordMapper::map(const RecordFields& fields) {
         readNumber(fields.value.empty() && !fields.average.empty() ? fields.average : fields.value);
     if (!number) {
       return skipped(ExportIssue::nonNumericValue, fields.value);
+    }
+    if (!tables.isPossible(*type, *unit, *number)) {
+      return skipped(ExportIssue::impossibleValue, fields.value);
     }
     record.kind = SampleKind::quantity;
     record.value = *number;

@@ -27,9 +27,15 @@ std::optional<std::int64_t> biologicalSexNamed(std::string_view text);
 /// when absent.
 struct RecordFields {
   std::string_view type, sourceName, sourceVersion, device, unit, startDate, endDate, value;
+  /// The first exports named the source `source`; `sourceName` wins where both are written.
+  std::string_view legacySource;
   std::string_view average;  ///< statistics records of the first exports, which have no value
 
-  /// Keeps `value` when `name` is one of the attributes above; a later one wins over an earlier.
+  /// Set when one of the attributes above is written twice (not well-formed XML).
+  bool repeated = false;
+
+  /// Keeps `value` when `name` is one of the attributes above; a later one wins over an earlier
+  /// and sets `repeated`.
   void take(std::string_view name, std::string_view value);
 };
 

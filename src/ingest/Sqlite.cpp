@@ -82,10 +82,10 @@ std::string Connection::lastMessage() const {
 }
 
 Status Connection::execute(std::string_view sql) {
+  // The message is SQLite's alone: the statement's text means nothing to the user.
   const std::string text(sql);
   if (sqlite3_exec(connection_, text.c_str(), nullptr, nullptr, nullptr) != SQLITE_OK) {
-    return Status::failure(
-        databaseError(DatabaseErrorCode::sqliteFailed, lastMessage() + " (in: " + text + ")"));
+    return Status::failure(databaseError(DatabaseErrorCode::sqliteFailed, lastMessage()));
   }
   return Status::success();
 }
@@ -93,8 +93,8 @@ Status Connection::execute(std::string_view sql) {
 Result<Statement> Connection::prepare(std::string_view sql) {
   Statement statement(connection_, sql);
   if (!statement.prepared()) {
-    return Result<Statement>::failure(databaseError(
-        DatabaseErrorCode::sqliteFailed, lastMessage() + " (in: " + std::string(sql) + ")"));
+    return Result<Statement>::failure(
+        databaseError(DatabaseErrorCode::sqliteFailed, lastMessage()));
   }
   return Result<Statement>::success(std::move(statement));
 }

@@ -75,7 +75,7 @@ class Connection {
 
   sqlite3* get() const { return connection_; }
 
-  /// Runs SQL without results; the error message carries SQLite's explanation.
+  /// Runs SQL without results; the error message is SQLite's explanation, never the SQL.
   Status execute(std::string_view sql);
   Result<Statement> prepare(std::string_view sql);
   std::string lastMessage() const;

@@ -13,6 +13,7 @@
 #include "platform/HKObjectType.h"
 #include "platform/HKUnit.h"
 #include "platform/Iso8601.h"
+#include "platform/StoredSample.h"
 
 namespace velk::ingest {
 namespace {
@@ -318,6 +319,13 @@ class StoreFileReader {
       record.value = finiteNumber(value["value"], member(path, "value"));
     }
     record.unit = unitOf(value, record.kind, record.type, path);
+    if (record.kind == SampleKind::quantity &&
+        !platform::isPossibleQuantity(record.value, *platform::HKUnit::unitFromString(record.unit),
+                                      platform::canonicalUnitForQuantityType(record.type))) {
+      fail(member(path, "value"), "no measurement of " + record.type + " can be " +
+                                      value["value"].dump() + " " + record.unit +
+                                      " (a sample holds at most a billion in the type's unit)");
+    }
     record.sourceBundleIdentifier = std::string(kDefaultSource);
     if (const json* source = find(value, "source")) {
       record.sourceBundleIdentifier = string(*source, member(path, "source"));
@@ -351,11 +359,35 @@ Error invalid(StoreFileErrorCode code, const std::string& fileName, const std::s
 
 Result<StoreFileContents> StoreFile::parse(std::string_view text, const std::string& fileName) {
   json root;
+  // JSON lets the last of two equal keys win; a store file refuses them, as it refuses keys it
+  // does not know. The keys of each open object, innermost last.
+  std::vector<std::vector<std::string>> openObjects;
+  std::optional<std::string> repeatedKey;
+  const auto checkKeys = [&](int, json::parse_event_t event, json& parsed) {
+    if (event == json::parse_event_t::object_start) {
+      openObjects.emplace_back();
+    } else if (event == json::parse_event_t::object_end && !openObjects.empty()) {
+      openObjects.pop_back();
+    } else if (event == json::parse_event_t::key && !openObjects.empty()) {
+      auto& keys = openObjects.back();
+      const auto& key = parsed.get_ref<const std::string&>();
+      if (std::find(keys.begin(), keys.end(), key) != keys.end()) {
+        repeatedKey = repeatedKey.value_or(key);
+      }
+      keys.push_back(key);
+    }
+    return true;
+  };
   try {
-    root = json::parse(text);
+    root = json::parse(text, checkKeys);
   } catch (const json::exception& error) {  // syntax errors, and numbers beyond a double
     return Result<StoreFileContents>::failure(invalid(StoreFileErrorCode::notJson, fileName, "",
                                                       std::string("not JSON: ") + error.what()));
+  }
+  if (repeatedKey) {
+    return Result<StoreFileContents>::failure(
+        invalid(StoreFileErrorCode::invalid, fileName, "",
+                "the key \"" + *repeatedKey + "\" appears twice in one object"));
   }
   try {
     return Result<StoreFileContents>::success(StoreFileReader().read(root));

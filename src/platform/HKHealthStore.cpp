@@ -38,15 +38,18 @@ std::optional<Refusal> refusalFor(const HealthDatabase& database, const std::str
   return std::nullopt;
 }
 
-std::vector<StoredSample> matchingSamples(const HealthDatabase& database, const std::string& type,
-                                          const std::optional<NSPredicate>& predicate) {
+Result<std::vector<StoredSample>> matchingSamples(const HealthDatabase& database,
+                                                  const std::string& type,
+                                                  const std::optional<NSPredicate>& predicate) {
   const NSPredicate::DateBounds bounds =
       predicate ? predicate->dateBounds() : NSPredicate::DateBounds{};
-  auto samples = database.samples(type, bounds.start, bounds.end);
-  if (predicate) {
-    std::erase_if(samples, [&predicate](const StoredSample& s) { return !predicate->evaluate(s); });
+  auto read = database.samples(type, bounds.start, bounds.end);
+  if (read.isFailure() || !predicate) {
+    return read;
   }
-  return samples;
+  auto samples = std::move(read).value();
+  std::erase_if(samples, [&predicate](const StoredSample& s) { return !predicate->evaluate(s); });
+  return Result<std::vector<StoredSample>>::success(std::move(samples));
 }
 
 Date sortKey(const StoredSample& sample, const std::string& key) {
@@ -106,7 +109,11 @@ SampleAnswer answerSampleQuery(const HealthDatabase& database, const HKSampleQue
   if (auto refusal = refusalFor(database, type)) {
     return {std::nullopt, std::move(refusal->error)};
   }
-  auto samples = matchingSamples(database, type, query.predicate());
+  auto read = matchingSamples(database, type, query.predicate());
+  if (read.isFailure()) {
+    return {std::nullopt, read.error()};
+  }
+  auto samples = std::move(read).value();
   sortSamples(samples, query.sortDescriptors());
   if (query.limit() != HKObjectQueryNoLimit &&
       samples.size() > static_cast<std::size_t>(query.limit())) {
@@ -132,7 +139,11 @@ CollectionAnswer answerCollectionQuery(const HealthDatabase& database,
   if (auto refusal = refusalFor(database, type)) {
     return {std::nullopt, std::move(refusal->error)};
   }
-  auto samples = matchingSamples(database, type, query.predicate());
+  auto read = matchingSamples(database, type, query.predicate());
+  if (read.isFailure()) {
+    return {std::nullopt, read.error()};
+  }
+  auto samples = std::move(read).value();
   // Only quantity samples can be summed; a sample of another kind under the type is not data.
   std::erase_if(samples, [](const StoredSample& s) { return s.kind != SampleKind::quantity; });
   HKUnit unit = HKUnit::countUnit();

@@ -28,7 +28,9 @@ std::shared_ptr<HealthDatabase> HealthDatabase::ofCurrentDevice() {
 std::vector<std::string> HealthDatabase::sampleTypes() const {
   std::vector<std::string> held;
   for (const auto identifier : HKObjectType::platformIdentifiers()) {
-    if (!samples(std::string(identifier), std::nullopt, std::nullopt).empty()) {
+    // A type whose samples cannot be read is held all the same: the read says what is wrong.
+    const auto read = samples(std::string(identifier), std::nullopt, std::nullopt);
+    if (read.isFailure() || !read.value().empty()) {
       held.emplace_back(identifier);
     }
   }
@@ -39,7 +41,11 @@ std::vector<std::string> HealthDatabase::sampleTypes() const {
 std::vector<std::string> HealthDatabase::sourceBundleIdentifiers() const {
   std::set<std::string> sources;
   for (const auto& type : sampleTypes()) {
-    for (const auto& sample : samples(type, std::nullopt, std::nullopt)) {
+    const auto read = samples(type, std::nullopt, std::nullopt);
+    if (read.isFailure()) {
+      continue;
+    }
+    for (const auto& sample : read.value()) {
       sources.insert(sample.sourceBundleIdentifier.str());
     }
   }

@@ -24,6 +24,7 @@
 #include "platform/StoredSample.h"
 #include "velk/DispatchQueue.h"
 #include "velk/Error.h"
+#include "velk/Result.h"
 
 namespace velk::platform {
 
@@ -73,11 +74,17 @@ class HealthDatabase {
 
   /// The samples of the type that may overlap the range (end >= start, start < end; an absent
   /// bound is open), in stored order. A superset is allowed; the store applies the exact predicate.
-  virtual std::vector<StoredSample> samples(const std::string& typeIdentifier,
-                                            std::optional<Date> start,
-                                            std::optional<Date> end) const = 0;
+  /// Fails when what holds them cannot be read whole (a damaged file): the query that asked
+  /// completes with the error, never with a part of the samples.
+  virtual Result<std::vector<StoredSample>> samples(const std::string& typeIdentifier,
+                                                    std::optional<Date> start,
+                                                    std::optional<Date> end) const = 0;
 
   virtual Characteristics characteristics() const = 0;
+
+  /// The error of the first read of samples that failed, if any: the answers given since may
+  /// lack data the database holds. Safe from any thread.
+  virtual std::optional<Error> firstFailedRead() const { return std::nullopt; }
 
   /// The identifiers of the types it holds samples of, sorted. By default the platform's types
   /// that samples() finds samples of; a database that knows its types answers from them.

@@ -71,12 +71,13 @@ bool InMemoryHealthDatabase::answersWithoutSamples(const std::string& typeIdenti
   return settings_.typesAnsweringWithoutSamples.contains(typeIdentifier);
 }
 
-std::vector<StoredSample> InMemoryHealthDatabase::samples(const std::string& typeIdentifier,
-                                                          std::optional<Date> start,
-                                                          std::optional<Date> end) const {
+Result<std::vector<StoredSample>> InMemoryHealthDatabase::samples(const std::string& typeIdentifier,
+                                                                  std::optional<Date> start,
+                                                                  std::optional<Date> end) const {
+  using Samples = Result<std::vector<StoredSample>>;
   const auto found = tables_.find(typeIdentifier);
   if (found == tables_.end()) {
-    return {};
+    return Samples::success({});
   }
   const TypeTable& table = found->second;
   // A sample that ends at or after `start` began no earlier than `start` minus the longest
@@ -103,7 +104,7 @@ std::vector<StoredSample> InMemoryHealthDatabase::samples(const std::string& typ
     }
     result.push_back(sample);
   }
-  return result;
+  return Samples::success(std::move(result));
 }
 
 Characteristics InMemoryHealthDatabase::characteristics() const {

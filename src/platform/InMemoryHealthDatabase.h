@@ -26,8 +26,10 @@ class InMemoryHealthDatabase final : public HealthDatabase {
   AuthorizationAnswer authorizationAnswer() const override;
   std::optional<Error> queryError(const std::string& typeIdentifier) const override;
   bool answersWithoutSamples(const std::string& typeIdentifier) const override;
-  std::vector<StoredSample> samples(const std::string& typeIdentifier, std::optional<Date> start,
-                                    std::optional<Date> end) const override;
+  /// Never fails: the samples are in memory.
+  Result<std::vector<StoredSample>> samples(const std::string& typeIdentifier,
+                                            std::optional<Date> start,
+                                            std::optional<Date> end) const override;
   Characteristics characteristics() const override;
   std::vector<std::string> sampleTypes() const override;
   SourcePriority sourcePriority() const override;

@@ -1,5 +1,7 @@
 #include "platform/StoredSample.h"
 
+#include <cmath>
+
 #include "platform/CanonicalUnits.h"
 
 namespace velk::platform {
@@ -13,6 +15,11 @@ bool isStorableQuantityUnit(std::string_view type, std::string_view unit) {
   // converting it would stop the process, so the store does not hold it.
   const auto canonical = canonicalUnitForQuantityType(type);
   return !canonical || parsed->isCompatible(*canonical);
+}
+
+bool isPossibleQuantity(double value, HKUnit unit, const std::optional<HKUnit>& canonical) {
+  const double inCanonical = canonical ? unit.convert(value, *canonical) : value;
+  return std::isfinite(inCanonical) && std::fabs(inCanonical) <= kLargestQuantity;
 }
 
 bool StorableRecordCheck::accepts(const SampleRecord& record) {

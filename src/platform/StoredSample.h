@@ -38,6 +38,18 @@ struct StoredSample {
 /// dimension in which the store keeps the type (steps in kilograms cannot be summed).
 bool isStorableQuantityUnit(std::string_view type, std::string_view unit);
 
+/// The largest magnitude of a quantity any sample may have, in its type's canonical unit (its
+/// own unit where the type has none). Far above anything measured (a billion steps, meters,
+/// kilocalories or beats per minute in one sample), and small enough that the sum of 9.2 billion
+/// such samples, more than any file read in one day could hold, still fits a 64-bit integer: no
+/// sample that passes can make a day's total or any value the library derives from it overflow.
+inline constexpr double kLargestQuantity = 1e9;
+
+/// Whether `value`, recorded in `unit`, is one a measurement can have: finite and at most
+/// kLargestQuantity in magnitude once converted into `canonical` (the type's unit, absent when
+/// the type has none). `unit` is of `canonical`'s dimension (isStorableQuantityUnit).
+bool isPossibleQuantity(double value, HKUnit unit, const std::optional<HKUnit>& canonical);
+
 /// isStorableQuantityUnit for a stream of records, remembered per type and unit, for readers
 /// that check millions of records of a few dozen kinds. Category records always pass.
 class StorableRecordCheck {

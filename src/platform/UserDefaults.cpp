@@ -65,6 +65,10 @@ struct UserDefaults::Stored {
 Result<std::shared_ptr<UserDefaults>> UserDefaults::open(const std::filesystem::path& path) {
   const std::string name = path.string();
   using Opened = Result<std::shared_ptr<UserDefaults>>;
+  if (std::error_code ignored;
+      name != kMemoryPath && std::filesystem::is_directory(path, ignored)) {
+    return Opened::failure(openError(name, SQLITE_CANTOPEN, "it is a directory; give a file"));
+  }
   if (name != kMemoryPath && path.has_parent_path()) {
     std::error_code failure;
     std::filesystem::create_directories(path.parent_path(), failure);

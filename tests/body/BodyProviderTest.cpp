@@ -77,8 +77,9 @@ class SwappableHealthDatabase final : public platform::HealthDatabase {
   bool answersWithoutSamples(const std::string& type) const override {
     return inner()->answersWithoutSamples(type);
   }
-  std::vector<platform::StoredSample> samples(const std::string& type, std::optional<Date> start,
-                                              std::optional<Date> end) const override {
+  Result<std::vector<platform::StoredSample>> samples(const std::string& type,
+                                                      std::optional<Date> start,
+                                                      std::optional<Date> end) const override {
     return inner()->samples(type, start, end);
   }
   platform::Characteristics characteristics() const override { return inner()->characteristics(); }

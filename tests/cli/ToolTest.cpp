@@ -1,6 +1,7 @@
 // The tool end to end: a store file in, documents and results out, as a user runs it.
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
+#include <sqlite3.h>
 #include <nlohmann/json.hpp>
 
 #include <algorithm>
@@ -268,13 +269,21 @@ TEST_F(ToolTest, AnImportedExportAnswersAsTheExportItselfAndSurvivesAFailedImpor
   EXPECT_THAT(failed.err, HasSubstr("notes.txt"));
   EXPECT_EQ(from({"--db", database}).lines, fromExport.lines);
 
-  // Records in units their type cannot have are left out with a warning, read or imported.
+  // Records in units their type cannot have, or with values no measurement can have (that the
+  // library could not sum), are left out with a warning, read or imported.
   std::string xml = R"(<?xml version="1.0" encoding="UTF-8"?><HealthData locale="en_US">)";
-  for (const auto& [unit, value, hour] :
-       {std::tuple{"count", "100", "09"}, {"kg", "70", "10"}, {"bananas", "7", "11"}}) {
-    xml += std::string(R"(<Record type="HKQuantityTypeIdentifierStepCount" sourceName="iPhone" )") +
-           "unit=\"" + unit + "\" value=\"" + value + "\" startDate=\"2024-03-10 " + hour +
-           ":00:00 +0100\" endDate=\"2024-03-10 " + hour + ":10:00 +0100\"/>";
+  for (const auto& [type, unit, value, hour] : {std::tuple{"StepCount", "count", "100", "09"},
+                                                {"StepCount", "kg", "70", "10"},
+                                                {"StepCount", "bananas", "7", "11"},
+                                                {"StepCount", "count", "9.3e18", "12"},
+                                                {"StepCount", "count", "5e18", "13"},
+                                                {"StepCount", "count", "5e18", "14"},
+                                                {"HeartRate", "count/min", "1e300", "15"},
+                                                {"ActiveEnergyBurned", "kcal", "1e300", "16"}}) {
+    xml += std::string(R"(<Record type="HKQuantityTypeIdentifier)") + type +
+           "\" sourceName=\"iPhone\" unit=\"" + unit + "\" value=\"" + value +
+           "\" startDate=\"2024-03-10 " + hour + ":00:00 +0100\" endDate=\"2024-03-10 " + hour +
+           ":10:00 +0100\"/>";
   }
   const std::string path = folder_.write("export.xml", xml + "</HealthData>").string();
   const ToolRun run =
@@ -284,11 +293,56 @@ TEST_F(ToolTest, AnImportedExportAnswersAsTheExportItselfAndSurvivesAFailedImpor
                      ["steps_per_day_number"],
             100);
   EXPECT_THAT(run.err, HasSubstr("2 quantity records name no unit of their type"));
+  EXPECT_THAT(run.err, HasSubstr("5 x quantity records with a value no measurement can have"));
 
   const ToolRun units = velk({"import", path, "--db", folder_.file("units.db").string()}, nullptr);
   ASSERT_EQ(units.status, 0) << units.err;
   EXPECT_EQ(units.lines[0]["samples"], 1);
   EXPECT_EQ(units.lines[0]["samples_without_unit"], 2);
+  EXPECT_THAT(units.err, HasSubstr("5 x quantity records with a value no measurement can have"));
+  const ToolRun fromDatabase = velk({"--db", folder_.file("units.db").string(), "summary",
+                                     "physical", "--date", "2024-03-10T12:00"},
+                                    nullptr);
+  ASSERT_EQ(fromDatabase.status, 0) << fromDatabase.err;
+  EXPECT_EQ(fromDatabase.lines, run.lines);
+
+  // A store file is refused whole, naming the sample.
+  const ToolRun huge =
+      velk({"summary", "physical", "--date", "2024-03-10T12:00"},
+           {{"samples", json::array({sample(kSteps, "2024-03-10T08:00:00+01:00",
+                                            "2024-03-10T08:10:00+01:00", 1e20)})}});
+  EXPECT_EQ(huge.status, 2);
+  EXPECT_THAT(huge.err, HasSubstr("samples[0].value: no measurement of " + std::string(kSteps)));
+}
+
+// A database changed after its import, as the damage a disk or a hand does: each summary fails
+// with status 2 and an error naming the file, instead of stopping the process or printing a
+// day without the data as if it had none.
+TEST_F(ToolTest, ADamagedDatabaseFailsTheSummaryNamingTheFile) {
+  const std::string exportPath = testing::sourcePath("data/sample/watch5-2020/export.xml").string();
+  const std::string clean = folder_.file("clean.db").string();
+  ASSERT_EQ(velk({"import", exportPath, "--db", clean}, nullptr).status, 0);
+  for (const char* damage : {"UPDATE units SET text = 'kg' WHERE text = 'count/min'",
+                             "UPDATE blocks SET samples = x'00010203'",
+                             "UPDATE blocks SET samples = CAST(substr(samples, 1, 12) || x'ff' || "
+                             "substr(samples, 14) AS BLOB)",
+                             "UPDATE blocks SET first_start = first_start + 1",
+                             "UPDATE units SET text = 'furlongs' WHERE text = 'count'"}) {
+    SCOPED_TRACE(damage);
+    const std::string database = folder_.file("damaged.db").string();
+    std::filesystem::copy_file(clean, database, std::filesystem::copy_options::overwrite_existing);
+    sqlite3* handle = nullptr;
+    ASSERT_EQ(sqlite3_open(database.c_str(), &handle), SQLITE_OK);
+    ASSERT_EQ(sqlite3_exec(handle, damage, nullptr, nullptr, nullptr), SQLITE_OK);
+    sqlite3_close(handle);
+
+    const ToolRun run = velk({"--db", database, "--tz", "Africa/Johannesburg", "summary",
+                              "physical", "--date", "2020-04-13"},
+                             nullptr);
+    EXPECT_EQ(run.status, 2);
+    EXPECT_THAT(run.err, AllOf(HasSubstr("damaged.db: damaged import database"),
+                               HasSubstr("import the export again")));
+  }
 }
 
 // The tool as people meet it: quiet unless asked, the default database when no source is named,
@@ -453,6 +507,10 @@ TEST_F(ToolTest, BadInputIsReportedOnStderrWithStatusTwo) {
                              {{"samples", {{{"type", kSteps}, {"value", "many"}}}}});
   EXPECT_EQ(store.status, 2);
   EXPECT_THAT(store.err, AllOf(HasSubstr("store.json"), HasSubstr("samples[0]")));
+  const ToolRun folder =
+      velk({"--db", folder_.path().string(), "summary", "sleep", "--date", "2024-03-10"}, nullptr);
+  EXPECT_EQ(folder.status, 2);
+  EXPECT_THAT(folder.err, HasSubstr("is a directory"));
 }
 
 }  // namespace

@@ -1,7 +1,9 @@
 // Dates and numbers at the edges: samples long before 2001 and after 2100, sub-second and
 // zero-length samples, numbers that are not finite, and day windows on days with a clock change
 // in zones that shift by an hour, by half an hour, north and south of the equator.
+#include <gmock/gmock.h>
 #include <gtest/gtest.h>
+#include <sqlite3.h>
 
 #include <cmath>
 
@@ -10,6 +12,7 @@
 #include "ingest/ExportTestSupport.h"
 #include "ingest/StoreFile.h"
 #include "support/TestDevice.h"
+#include "velk/ExportImport.h"
 
 namespace velk::ingest {
 namespace {
@@ -42,6 +45,7 @@ TEST(EdgeValuesTest, StoreFilesKeepFarDatesAndFractionsAndRefuseNumbersBeyondADo
   EXPECT_EQ(
       database
           ->samples("HKQuantityTypeIdentifierStepCount", utcDate(1899, 12, 31), utcDate(1900, 1, 2))
+          .value()
           .size(),
       1u);
 
@@ -87,6 +91,91 @@ TEST(EdgeValuesTest, ExportsReadFarDatesAndWarnAboutNumbersThatAreNotFinite) {
   EXPECT_EQ(report.value().count(ExportIssue::unknownCategoryValue), 3u);
   for (const auto& one : sink.records) {
     EXPECT_TRUE(std::isfinite(one.value));
+  }
+}
+
+// Records the store could never hold, or whose meaning is unclear, are skipped with a warning
+// each, never read as they stand: an end before the start, a leap second, an attribute twice.
+TEST(EdgeValuesTest, RecordsEndingBeforeTheyStartOrRepeatingAnAttributeAreSkippedWithAWarning) {
+  const auto record = [](const std::string& attributes, const std::string& start,
+                         const std::string& end, const std::string& value) {
+    return " <Record type=\"HKQuantityTypeIdentifierStepCount\" " + attributes +
+           "sourceName=\"S\" unit=\"count\" startDate=\"2024-01-01 " + start +
+           " +0000\" endDate=\"2024-01-01 " + end + " +0000\" value=\"" + value + "\"/>\n";
+  };
+  const std::string body =
+      record("", "08:00:00", "08:00:00", "1") + record("", "09:00:00", "08:00:00", "100") +
+      record("", "23:59:60", "23:59:60", "7") +
+      record("type=\"HKQuantityTypeIdentifierHeartRate\" ", "10:00:00", "10:10:00", "30");
+  testing::TempDir dir;
+  testing::CollectingSink sink;
+  const auto report = ExportReader().read(dir.write("odd.xml", testing::exportWith(body)), sink);
+  ASSERT_TRUE(report.isSuccess()) << report.error();
+  EXPECT_EQ(sink.values(), std::vector<double>{1});
+  EXPECT_EQ(report.value().count(ExportIssue::endBeforeStart), 1u);
+  EXPECT_EQ(report.value().entry(ExportIssue::unreadableDate).details.at(0).text,
+            "2024-01-01 23:59:60 +0000");
+  EXPECT_EQ(report.value().count(ExportIssue::repeatedAttribute), 1u);
+  EXPECT_EQ(report.value().warningLines().size(), 3u);
+}
+
+// A sample holds at most a billion of its type's unit, whatever unit it is written in, so that no
+// sum of a day's samples can leave the 64-bit range: exports and imports skip the others with a
+// warning, store files are refused, and a database altered afterwards fails the read.
+TEST(EdgeValuesTest, ValuesNoMeasurementCanHaveAreRefusedWhereDataEnters) {
+  const auto record = [](const std::string& type, const std::string& unit,
+                         const std::string& value) {
+    return " <Record type=\"HKQuantityTypeIdentifier" + type + "\" sourceName=\"S\" unit=\"" +
+           unit + "\" startDate=\"2024-01-01 00:00:00 +0000\" " +
+           "endDate=\"2024-01-01 00:01:00 +0000\" value=\"" + value + "\"/>\n";
+  };
+  const std::string body =
+      record("StepCount", "count", "1e9") + record("StepCount", "count", "-1e9") +
+      record("HeartRate", "count/s", "1.6e7") + record("BodyMass", "g", "9e11") +
+      record("StepCount", "count", "9.3e18") + record("StepCount", "count", "1.0000001e9") +
+      record("StepCount", "count", "-5e18") + record("HeartRate", "count/min", "1e300") +
+      record("HeartRate", "count/s", "1.7e7") + record("ActiveEnergyBurned", "kJ", "5e9") +
+      record("BodyMass", "g", "2e12");
+  testing::TempDir dir;
+  const auto xml = dir.write("huge.xml", testing::exportWith(body));
+  testing::CollectingSink sink;
+  const auto report = ExportReader().read(xml, sink);
+  ASSERT_TRUE(report.isSuccess()) << report.error();
+  EXPECT_EQ(sink.values(), (std::vector<double>{1e9, -1e9, 1.6e7, 9e11}));
+  EXPECT_EQ(report.value().count(ExportIssue::impossibleValue), 7u);
+  EXPECT_EQ(report.value().entry(ExportIssue::impossibleValue).details.at(0).text, "9.3e18");
+
+  const auto imported = importExport(xml, dir.file("huge.db"));
+  ASSERT_TRUE(imported.isSuccess()) << imported.error();
+  EXPECT_EQ(imported.value().samplesStored, 4u);
+  EXPECT_EQ(imported.value().report.count(ExportIssue::impossibleValue), 7u);
+
+  // A value written into the database afterwards fails the read instead of reaching a sum.
+  sqlite3* handle = nullptr;
+  ASSERT_EQ(sqlite3_open(dir.file("huge.db").c_str(), &handle), SQLITE_OK);
+  const std::string raise =
+      "UPDATE blocks SET samples = CAST(substr(samples, 1, 16) || x'" +
+      std::string("00a138149b39ef43") /* 1.8e19, little-endian */ +
+      "' || substr(samples, 25) AS BLOB) WHERE type_id = (SELECT id FROM types WHERE "
+      "identifier = 'HKQuantityTypeIdentifierStepCount')";
+  ASSERT_EQ(sqlite3_exec(handle, raise.c_str(), nullptr, nullptr, nullptr), SQLITE_OK);
+  sqlite3_close(handle);
+  const auto altered =
+      ImportedHealthDatabase::open(dir.file("huge.db"))
+          .value()
+          ->samples("HKQuantityTypeIdentifierStepCount", std::nullopt, std::nullopt);
+  ASSERT_TRUE(altered.isFailure());
+  EXPECT_THAT(altered.error().message(), ::testing::HasSubstr("huge.db: damaged import database"));
+
+  for (const char* value : {"1e20", "-2e9", "1000000001"}) {
+    SCOPED_TRACE(value);
+    const auto refused = StoreFile::parse(
+        R"({"samples": [)" + sample("2024-01-01T00:00:00Z", "2024-01-01T00:00:00Z", value) + "]}",
+        "huge.json");
+    ASSERT_TRUE(refused.isFailure());
+    EXPECT_THAT(refused.error().message(),
+                ::testing::HasSubstr("huge.json: samples[0].value: no measurement of "
+                                     "HKQuantityTypeIdentifierStepCount can be"));
   }
 }
 

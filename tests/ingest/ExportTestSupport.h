@@ -149,13 +149,29 @@ inline std::vector<double> storedSteps(const std::filesystem::path& database) {
   auto opened = ingest::ImportedHealthDatabase::open(database);
   EXPECT_TRUE(opened.isSuccess()) << (opened.isFailure() ? opened.error().message() : "");
   std::vector<double> values;
-  for (const auto& sample : opened.isSuccess()
-                                ? opened.value()->samples("HKQuantityTypeIdentifierStepCount",
-                                                          std::nullopt, std::nullopt)
-                                : std::vector<platform::StoredSample>{}) {
+  if (opened.isFailure()) {
+    return values;
+  }
+  const auto read =
+      opened.value()->samples("HKQuantityTypeIdentifierStepCount", std::nullopt, std::nullopt);
+  EXPECT_TRUE(read.isSuccess()) << (read.isFailure() ? read.error().message() : "");
+  for (const auto& sample :
+       read.isSuccess() ? read.value() : std::vector<platform::StoredSample>{}) {
     values.push_back(sample.value);
   }
   return values;
+}
+
+/// The files beside `database` that imports of it write before they install them.
+inline std::vector<std::string> importFilesBeside(const std::filesystem::path& database) {
+  std::vector<std::string> names;
+  const std::string prefix = database.filename().string() + ".importing";
+  for (const auto& entry : std::filesystem::directory_iterator(database.parent_path())) {
+    if (entry.path().filename().string().rfind(prefix, 0) == 0) {
+      names.push_back(entry.path().filename().string());
+    }
+  }
+  return names;
 }
 
 }  // namespace velk::testing

@@ -15,6 +15,7 @@ namespace {
 
 using testing::CollectingSink;
 using testing::exportHead;
+using testing::exportWith;
 using testing::readFile;
 using testing::stepRecord;
 using testing::writeZip;
@@ -106,6 +107,48 @@ TEST(HostileArchiveTest, AZipBombIsRefusedAndAnArchiveThatUnderstatesItsSizeStop
   EXPECT_TRUE(report.error().message().find("zip bomb") != std::string::npos ||
               report.error().message().find("liar.zip") != std::string::npos)
       << report.error().message();
+}
+
+// Two exports in one archive: the first in archive order is read. A name that climbs out of the
+// archive's folder is only a name: entries are read, never written out. An encrypted export is
+// refused with a message that says so, not as an archive without an export.
+TEST(HostileArchiveTest, TwoExportsClimbingNamesAndEncryptedEntriesAreReadOrRefusedClearly) {
+  testing::TempDir dir;
+  const auto valuesOf = [](const std::filesystem::path& path) {
+    CollectingSink sink;
+    const auto report = ExportReader().read(path, sink);
+    EXPECT_TRUE(report.isSuccess()) << report.error().message();
+    return sink.values();
+  };
+  const auto two = dir.file("two.zip");
+  ASSERT_TRUE(writeZip(two, {{"apple_health_export/export.xml", exportWith(stepRecord(100))},
+                             {"other/export.xml", exportWith(stepRecord(999))}}));
+  EXPECT_EQ(valuesOf(two), std::vector<double>{100});
+  const auto climbing = dir.file("climbing.zip");
+  ASSERT_TRUE(
+      writeZip(climbing, {{"../../apple_health_export/export.xml", exportWith(stepRecord(7))}}));
+  EXPECT_EQ(valuesOf(climbing), std::vector<double>{7});
+
+  const auto encrypted = dir.file("encrypted.zip");
+  const std::string text = exportWith(stepRecord(5));
+  int error = 0;
+  zip_t* archive = zip_open(encrypted.c_str(), ZIP_CREATE | ZIP_TRUNCATE, &error);
+  ASSERT_NE(archive, nullptr);
+  const auto index = zip_file_add(archive, "apple_health_export/export.xml",
+                                  zip_source_buffer(archive, text.data(), text.size(), 0), 0);
+  ASSERT_GE(index, 0);
+  if (zip_file_set_encryption(archive, static_cast<zip_uint64_t>(index), ZIP_EM_AES_256,
+                              "secret") != 0) {
+    zip_discard(archive);
+    GTEST_SKIP() << "this libzip cannot encrypt";
+  }
+  ASSERT_EQ(zip_close(archive), 0);
+  const auto refused = ExportSource::open(encrypted);
+  ASSERT_TRUE(refused.isFailure());
+  EXPECT_EQ(refused.error().code(), code(ExportErrorCode::noExportInArchive));
+  EXPECT_NE(refused.error().message().find("encrypted (apple_health_export/export.xml)"),
+            std::string::npos)
+      << refused.error().message();
 }
 
 TEST(HostileArchiveTest, LookingForTheExportUnpacksNoMoreThanItsBudget) {

@@ -241,5 +241,32 @@ TEST(HostileExportTest, InvalidUtf8NeverReachesARecord) {
   EXPECT_EQ(cleanValues(sink), (std::vector<double>{1, 2, 3, 4, 5, 6}));
 }
 
+// Exports in other encodings: UTF-16 (with its byte order mark, either order) is refused with a
+// message that names it and says how to convert; a Latin-1 file loses the records whose texts
+// are not UTF-8, each reported, and keeps the others.
+TEST(HostileExportTest, OtherEncodingsAreRefusedOrReportedRecordByRecord) {
+  const std::string text = exportHead() + stepRecord(1) + "</HealthData>\n";
+  for (const bool bigEndian : {false, true}) {
+    std::string wide = bigEndian ? "\xFE\xFF" : "\xFF\xFE";
+    for (const char c : text) {
+      wide += bigEndian ? std::string{'\0', c} : std::string{c, '\0'};
+    }
+    CollectingSink sink;
+    const auto report = readText(wide, sink);
+    ASSERT_TRUE(report.isFailure());
+    EXPECT_EQ(report.error().code(), static_cast<std::int64_t>(ExportErrorCode::notAnExport));
+    EXPECT_NE(report.error().message().find("is UTF-16 text"), std::string::npos)
+        << report.error().message();
+  }
+  CollectingSink sink;
+  const auto latin1 =
+      readText("<?xml version=\"1.0\" encoding=\"ISO-8859-1\"?>\n<HealthData locale=\"fr_FR\">\n" +
+                   namedRecord("iPhone de Ren\xe9", "3") + stepRecord(4) + "</HealthData>\n",
+               sink);
+  ASSERT_TRUE(latin1.isSuccess()) << latin1.error();
+  EXPECT_EQ(sink.values(), std::vector<double>{4});
+  EXPECT_EQ(latin1.value().entry(ExportIssue::malformedXml).details.at(0).text, "not UTF-8");
+}
+
 }  // namespace
 }  // namespace velk::ingest

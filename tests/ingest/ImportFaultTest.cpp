@@ -1,13 +1,17 @@
 // Faults around the files that hold state: an import killed part way, a database that is
 // corrupt, locked, on a full or read-only disk, and two processes writing one user-defaults
 // store. Each ends in a clear error, and the content from before stays whole.
+#include <fcntl.h>
+#include <gmock/gmock.h>
 #include <gtest/gtest.h>
 #include <signal.h>
 #include <sqlite3.h>
+#include <sys/file.h>
 #include <sys/mount.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
+#include <atomic>
 #include <chrono>
 #include <fstream>
 #include <random>
@@ -16,8 +20,13 @@
 
 #include "ingest/ExportTestSupport.h"
 #include "ingest/ImportedHealthDatabase.h"
+#include "platform/HKHealthStore.h"
+#include "platform/HKObjectType.h"
+#include "platform/HKStatisticsCollectionQuery.h"
 #include "platform/UserDefaults.h"
+#include "support/StoreFixture.h"
 #include "support/TempDir.h"
+#include "support/TestDevice.h"
 #include "velk/ExportImport.h"
 
 namespace velk::ingest {
@@ -26,6 +35,8 @@ namespace {
 using testing::exportOf;
 using testing::readFile;
 using testing::storedSteps;
+
+constexpr const char* kSteps = "HKQuantityTypeIdentifierStepCount";
 
 TEST(ImportFaultTest, AnImportKilledAtAnyMomentLeavesAUsableDatabase) {
   testing::TempDir dir;
@@ -54,9 +65,74 @@ TEST(ImportFaultTest, AnImportKilledAtAnyMomentLeavesAUsableDatabase) {
     const auto count = storedSteps(database).size();
     EXPECT_TRUE(count == 10 || count == 60000) << "run " << run << ": " << count << " samples";
   }
-  // Whatever the killed imports left beside the database, the next one succeeds.
+  // Whatever the killed imports left beside the database, the next one succeeds and clears it
+  // (the single file of earlier versions too), but not the file of an import still running.
+  std::ofstream(dir.file("health.db.importing")) << "partial";
+  const int running = ::open(dir.write("health.db.importing-running", "").c_str(), O_RDONLY);
+  ASSERT_EQ(::flock(running, LOCK_EX), 0);
   ASSERT_TRUE(importExport(dir.write("again.xml", exportOf(20)), database).isSuccess());
   EXPECT_EQ(storedSteps(database).size(), 20u);
+  EXPECT_EQ(testing::importFilesBeside(database),
+            std::vector<std::string>{"health.db.importing-running"});
+  ::close(running);
+}
+
+// Two imports of one database at once, again and again, while a reader keeps opening it: both
+// succeed, the reader always finds a whole database, and what stays is exactly the data of one
+// of them: of the one that finished last, whenever their ends lie clearly apart.
+TEST(ImportConcurrencyTest, TwoImportsOfOneDatabaseAtOnceInstallOnlyTheirOwnData) {
+  testing::TempDir dir;
+  const auto database = dir.file("health.db");
+  ASSERT_TRUE(importExport(dir.write("old.xml", exportOf(2, 500)), database).isSuccess());
+  const auto large = dir.write("large.xml", exportOf(6000, 1000));
+  const auto small = dir.write("small.xml", exportOf(1, 7));
+  const auto expected = [](std::size_t count) {
+    return count == 6000 ? std::vector<double>{1000, 1001, 6999} : std::vector<double>{7, 7, 7};
+  };
+
+  std::atomic<bool> importing{true};
+  std::atomic<int> unreadable{0};
+  std::thread reader([&] {
+    while (importing.load()) {
+      const auto opened = ImportedHealthDatabase::open(database);
+      if (opened.isFailure() ||
+          (opened.value()->sampleCount() != 2 && opened.value()->sampleCount() != 6000 &&
+           opened.value()->sampleCount() != 1)) {
+        ++unreadable;
+      }
+    }
+  });
+  std::mt19937 random(20240311);
+  using Clock = std::chrono::steady_clock;
+  for (int run = 0; run < 30; ++run) {
+    Clock::time_point largeDone;
+    Clock::time_point smallDone;
+    bool largeSucceeded = false;
+    std::thread first([&] {
+      largeSucceeded = importExport(large, database).isSuccess();
+      largeDone = Clock::now();
+    });
+    std::this_thread::sleep_for(std::chrono::microseconds(random() % 20000));
+    const bool smallSucceeded = importExport(small, database).isSuccess();
+    smallDone = Clock::now();
+    first.join();
+    ASSERT_TRUE(largeSucceeded && smallSucceeded) << "run " << run;
+
+    const auto steps = storedSteps(database);
+    ASSERT_TRUE(steps.size() == 6000 || steps.size() == 1) << "run " << run << ": " << steps.size();
+    EXPECT_EQ(expected(steps.size()),
+              (std::vector<double>{steps.front(), steps[steps.size() > 1 ? 1 : 0], steps.back()}))
+        << "run " << run;
+    if (largeDone - smallDone > std::chrono::milliseconds(50)) {
+      EXPECT_EQ(steps.size(), 6000u) << "run " << run << ": the large import finished last";
+    } else if (smallDone - largeDone > std::chrono::milliseconds(50)) {
+      EXPECT_EQ(steps.size(), 1u) << "run " << run << ": the small import finished last";
+    }
+    EXPECT_TRUE(testing::importFilesBeside(database).empty()) << "run " << run;
+  }
+  importing = false;
+  reader.join();
+  EXPECT_EQ(unreadable.load(), 0) << "a reader found no whole database while imports ran";
 }
 
 TEST(ImportFaultTest, ACorruptDatabaseIsRefusedAndAnImportReplacesIt) {
@@ -83,6 +159,80 @@ TEST(ImportFaultTest, ACorruptDatabaseIsRefusedAndAnImportReplacesIt) {
   }
   ASSERT_TRUE(importExport(dir.write("b.xml", exportOf(7)), database).isSuccess());
   EXPECT_EQ(storedSteps(database).size(), 7u);
+}
+
+// Bytes changed inside the blocks after the import, a tenth of them, the sizes kept: opening
+// still works (the blocks are read only when asked for), but every query that reads them
+// completes with a database error naming the file, the platform's statistics too, never with
+// what was left of the samples. A database of the format before checksums asks for an import.
+TEST(ImportFaultTest, ADamagedBlockFailsTheQueriesThatReadIt) {
+  testing::TempDir dir;
+  const auto database = dir.file("health.db");
+  ASSERT_TRUE(importExport(dir.write("a.xml", exportOf(500)), database).isSuccess());
+  sqlite3* handle = nullptr;
+  ASSERT_EQ(sqlite3_open(database.c_str(), &handle), SQLITE_OK);
+  {
+    sqlite3_stmt* read = nullptr;
+    sqlite3_stmt* write = nullptr;
+    sqlite3_prepare_v2(handle, "SELECT rowid, samples FROM blocks", -1, &read, nullptr);
+    sqlite3_prepare_v2(handle, "UPDATE blocks SET samples = ?1 WHERE rowid = ?2", -1, &write,
+                       nullptr);
+    std::vector<std::pair<sqlite3_int64, std::string>> blocks;
+    while (sqlite3_step(read) == SQLITE_ROW) {
+      std::string bytes(static_cast<const char*>(sqlite3_column_blob(read, 1)),
+                        static_cast<std::size_t>(sqlite3_column_bytes(read, 1)));
+      for (std::size_t at = 7; at < bytes.size(); at += 10) {
+        bytes[at] = static_cast<char>(bytes[at] ^ 0x5a);
+      }
+      blocks.emplace_back(sqlite3_column_int64(read, 0), std::move(bytes));
+    }
+    ASSERT_FALSE(blocks.empty());
+    for (const auto& [row, bytes] : blocks) {
+      sqlite3_bind_blob(write, 1, bytes.data(), static_cast<int>(bytes.size()), SQLITE_STATIC);
+      sqlite3_bind_int64(write, 2, row);
+      ASSERT_EQ(sqlite3_step(write), SQLITE_DONE);
+      sqlite3_reset(write);
+    }
+    sqlite3_finalize(read);
+    sqlite3_finalize(write);
+  }
+
+  auto opened = ImportedHealthDatabase::open(database);
+  ASSERT_TRUE(opened.isSuccess()) << opened.error().message();
+  const auto read = opened.value()->samples(kSteps, std::nullopt, std::nullopt);
+  ASSERT_TRUE(read.isFailure());
+  EXPECT_EQ(read.error().domain(), kImportDatabaseErrorDomain);
+  EXPECT_EQ(read.error().code(), static_cast<std::int64_t>(DatabaseErrorCode::damaged));
+  EXPECT_THAT(read.error().message(),
+              ::testing::AllOf(::testing::HasSubstr("health.db: damaged import database"),
+                               ::testing::HasSubstr("checksum")));
+
+  testing::TestDevice device({.healthDatabase = opened.value()});
+  const platform::HKHealthStore store;
+  const auto steps = platform::HKObjectType::quantityTypeForIdentifier(kSteps).value();
+  const auto samples = testing::runSampleQuery(store, steps, std::nullopt);
+  EXPECT_FALSE(samples.samples);
+  ASSERT_TRUE(samples.error);
+  EXPECT_EQ(samples.error->message(), read.error().message());
+  platform::DateComponents day;
+  day.day = 1;
+  const auto sums = testing::runCollectionQuery(
+      store, platform::HKStatisticsCollectionQuery(steps, std::nullopt,
+                                                   platform::HKStatisticsOptions::cumulativeSum,
+                                                   testing::utcDate(2024, 1, 1), day));
+  EXPECT_FALSE(sums.collection);
+  ASSERT_TRUE(sums.error);
+  EXPECT_EQ(sums.error->message(), read.error().message());
+  EXPECT_EQ(opened.value()->firstFailedRead(), read.error());
+
+  ASSERT_EQ(sqlite3_exec(handle, "UPDATE meta SET value = '1' WHERE key = 'version'", nullptr,
+                         nullptr, nullptr),
+            SQLITE_OK);
+  sqlite3_close(handle);
+  const auto old = ImportedHealthDatabase::open(database);
+  ASSERT_TRUE(old.isFailure());
+  EXPECT_EQ(old.error().code(), static_cast<std::int64_t>(DatabaseErrorCode::wrongVersion));
+  EXPECT_THAT(old.error().message(), ::testing::HasSubstr("import the export again"));
 }
 
 TEST(ImportFaultTest, ADatabaseLockedByAnotherConnectionStaysWholeForIt) {
@@ -129,7 +279,7 @@ TEST(ImportFaultTest, AFullOrReadOnlyDiskFailsTheImportAndKeepsTheOldDatabase) {
   ASSERT_TRUE(full.isFailure());
   EXPECT_EQ(full.error().domain(), kImportDatabaseErrorDomain);
   EXPECT_EQ(storedSteps(database).size(), 10u);
-  EXPECT_FALSE(std::filesystem::exists(disk.file("health.db.importing")))
+  EXPECT_TRUE(testing::importFilesBeside(database).empty())
       << "a failed import left its partial file on the full disk";
   // With the space freed, an import succeeds.
   std::filesystem::remove(disk.file("filler"));

@@ -55,7 +55,11 @@ TEST(ImportTest, ImportingAgainReplacesTheContentAndAFailedImportKeepsTheOldOne)
   EXPECT_EQ(notAnExport.error().code(), static_cast<std::int64_t>(ExportErrorCode::notAnExport));
   ASSERT_TRUE(importExport(dir.file("nowhere.zip"), database).isFailure());
   EXPECT_EQ(storedSteps(database), (std::vector<double>{21}));
-  EXPECT_FALSE(std::filesystem::exists(dir.file("health.db.importing")));
+  EXPECT_TRUE(testing::importFilesBeside(database).empty());
+  // A first import that fails leaves no file at all where the database would be.
+  ASSERT_TRUE(importExport(dir.file("notes.xml"), dir.file("first.db")).isFailure());
+  EXPECT_FALSE(std::filesystem::exists(dir.file("first.db")));
+  EXPECT_TRUE(testing::importFilesBeside(dir.file("first.db")).empty());
 
   // A target that cannot be replaced (a folder) fails without touching it.
   std::filesystem::create_directories(dir.file("taken/inside"));
@@ -155,8 +159,8 @@ TEST(ImportedDatabaseConcurrencyTest, AnswersEveryWindowAsTheInMemoryStoreOfTheS
         for (const std::string& type : types) {
           for (const auto& [start, end] : windows) {
             if (index++ % 4 == t) {
-              ASSERT_EQ(valuesOf(database->samples(type, start, end)),
-                        valuesOf(memory->samples(type, start, end)))
+              ASSERT_EQ(valuesOf(database->samples(type, start, end).value()),
+                        valuesOf(memory->samples(type, start, end).value()))
                   << type;
             }
           }

@@ -85,6 +85,9 @@ TEST(StoreFileTest, ErrorsNameTheFileThePathAndTheProblem) {
       {R"({"date_of_birth": "15.06.1990"})", "date_of_birth: expected a day"},
       {R"({"health_data_available": 1})", "health_data_available: expected true or false"},
       {R"({"samples": {}})", "samples: expected an array"},
+      {R"({"samples": [{"type": "HKQuantityTypeIdentifierStepCount", "start": "2024-03-10T08:00:00Z",
+          "end": "2024-03-10T09:00:00Z", "value": 5, "value": 500}]})",
+       "store.json: the key \"value\" appears twice in one object"},
   };
   for (const auto& [text, expected] : cases) {
     const auto result = StoreFile::parse(text, "store.json");

@@ -35,7 +35,9 @@ constexpr const char* kLastPhysicalDate = "velk_last_physical_date_extraction";
 class PhysicalStore {
  public:
   explicit PhysicalStore(const std::string& storeJson, std::string timeZone = "UTC")
-      : device_({.timeZone = std::move(timeZone), .healthDatabase = databaseFromJson(storeJson)}) {}
+      : PhysicalStore(databaseFromJson(storeJson), std::move(timeZone)) {}
+  PhysicalStore(std::shared_ptr<platform::HealthDatabase> database, std::string timeZone)
+      : device_({.timeZone = std::move(timeZone), .healthDatabase = std::move(database)}) {}
   TestDevice& device() { return device_; }
 
   /// One request on `provider`, run to its completion: the document's
@@ -175,13 +177,24 @@ TEST(PhysicalProviderTest, OneFailingEnergyTypeNullsBothCalorieKeys) {
 
 TEST(PhysicalProviderDeathTest, ActivePlusBasalBeyondTheIntegerRangeStops) {
   GTEST_FLAG_SET(death_test_style, "threadsafe");  // the store answers on threads of its own
-  // Each day sum fits in 64 bits; their total does not, and is never wrapped around.
+  // Each day sum fits in 64 bits; their total does not, and is never wrapped around. Every reader
+  // refuses such values, so the samples go into the database directly: the library's own rule.
+  const auto energy = [](const char* type) {
+    platform::SampleRecord record;
+    record.type = type;
+    record.value = 5e18;
+    record.unit = "kcal";
+    record.start = utcDate(2024, 3, 10, 10);
+    record.end = utcDate(2024, 3, 10, 11);
+    return record;
+  };
   EXPECT_DEATH(
       {
-        PhysicalStore store(R"({"samples": [
-            {"type": "HKQuantityTypeIdentifierActiveEnergyBurned", "start": "2024-03-10T10:00:00Z", "end": "2024-03-10T11:00:00Z", "value": 5e18},
-            {"type": "HKQuantityTypeIdentifierBasalEnergyBurned", "start": "2024-03-10T10:00:00Z", "end": "2024-03-10T11:00:00Z", "value": 5e18}
-          ]})");
+        PhysicalStore store(std::make_shared<platform::InMemoryHealthDatabase>(
+                                platform::HealthDatabaseSettings{}, platform::Characteristics{},
+                                std::vector{energy("HKQuantityTypeIdentifierActiveEnergyBurned"),
+                                            energy("HKQuantityTypeIdentifierBasalEnergyBurned")}),
+                            "UTC");
         auto provider = std::make_shared<VelkPhysicalProvider>();
         store.request(*provider, utcDate(2024, 3, 10, 12));
       },

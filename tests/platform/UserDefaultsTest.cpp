@@ -81,6 +81,10 @@ TEST(UserDefaultsTest, AFileOfAnotherProgramOrUnderAFileIsRefusedAndLeftAlone) {
   EXPECT_EQ(contents(), before);
   // A parent "folder" that is a file cannot hold the store.
   EXPECT_FALSE(UserDefaults::open(folder.write("blocker", "file") / "defaults.sqlite").isSuccess());
+  // A folder given as the store is named as one.
+  const auto directory = UserDefaults::open(folder.path());
+  ASSERT_FALSE(directory.isSuccess());
+  EXPECT_NE(directory.error().message().find("it is a directory"), std::string::npos);
 }
 
 // A value is safe once set: a process killed right after setting it loses nothing, and an
