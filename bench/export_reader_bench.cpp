@@ -14,7 +14,7 @@
 #include <vector>
 
 #include "ExportGenerator.h"
-#include "velk/ingest/ExportReader.h"
+#include "ingest/ExportReader.h"
 
 namespace {
 

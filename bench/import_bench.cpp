@@ -28,15 +28,15 @@
 #include <vector>
 
 #include "ExportGenerator.h"
-#include "velk/documents/BodyDocument.h"
-#include "velk/documents/PhysicalDocument.h"
-#include "velk/documents/SleepDocument.h"
-#include "velk/ingest/ExportImport.h"
-#include "velk/ingest/ImportedHealthDatabase.h"
-#include "velk/interface/VelkExtractionManager.h"
-#include "velk/platform/Device.h"
-#include "velk/platform/DispatchQueue.h"
-#include "velk/platform/UserDefaults.h"
+#include "ingest/ImportedHealthDatabase.h"
+#include "platform/UserDefaults.h"
+#include "velk/BodyDocument.h"
+#include "velk/Device.h"
+#include "velk/DispatchQueue.h"
+#include "velk/ExportImport.h"
+#include "velk/PhysicalDocument.h"
+#include "velk/SleepDocument.h"
+#include "velk/VelkExtractionManager.h"
 
 namespace {
 

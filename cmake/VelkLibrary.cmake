@@ -4,7 +4,8 @@ set(VELK_COMMON_HEADERS <string> <vector> <memory> <optional> <functional> <map>
 
 # velk_add_library(NAME [DIR subfolder] DEPS ... [PRIVATE_DEPS ...])
 # One static library per subsystem, built from every .cpp file in its folder (not below it), so
-# that adding a class is adding its files. Public headers live in include/velk/<subsystem>/.
+# that adding a class is adding its files. A subsystem's headers live beside its sources and are
+# included as "<subsystem>/Name.h"; the few that hosts use are the installed front, include/velk/.
 function(velk_add_library name)
   cmake_parse_arguments(ARG "" "DIR" "DEPS;PRIVATE_DEPS" ${ARGN})
   set(dir ${CMAKE_CURRENT_SOURCE_DIR})
@@ -15,14 +16,12 @@ function(velk_add_library name)
   if(NOT sources)
     # A subsystem that has no code yet still links, so that its dependants build.
     add_library(${name} INTERFACE)
-    target_include_directories(${name} INTERFACE ${PROJECT_SOURCE_DIR}/include)
+    target_include_directories(${name} INTERFACE ${PROJECT_SOURCE_DIR}/include ${PROJECT_SOURCE_DIR}/src)
     target_link_libraries(${name} INTERFACE ${ARG_DEPS})
     return()
   endif()
   add_library(${name} STATIC ${sources})
-  target_include_directories(${name}
-    PUBLIC ${PROJECT_SOURCE_DIR}/include
-    PRIVATE ${PROJECT_SOURCE_DIR}/src)
+  target_include_directories(${name} PUBLIC ${PROJECT_SOURCE_DIR}/include ${PROJECT_SOURCE_DIR}/src)
   target_link_libraries(${name} PUBLIC ${ARG_DEPS} PRIVATE velk_warnings ${ARG_PRIVATE_DEPS})
   list(LENGTH sources source_count)
   if(source_count GREATER 2)

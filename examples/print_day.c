@@ -94,7 +94,7 @@ int main(int argc, char** argv) {
       {"sleep", NULL, NULL, 0}, {"physical", NULL, NULL, 0}, {"body", NULL, NULL, 0}};
   if (failed(velk_manager_new(device, &manager), "manager") ||
       failed(velk_device_date(device, year, month, day, 12, 0, 0, &noon), "date") ||
-      failed(velk_get_sleep_summay_objc(manager, noon, on_document, &documents[0]), "sleep") ||
+      failed(velk_get_sleep_summary_objc(manager, noon, on_document, &documents[0]), "sleep") ||
       failed(velk_get_physical_summary_objc(manager, noon, on_document, &documents[1]),
              "physical") ||
       failed(velk_get_body_summary_objc(manager, noon, on_document, &documents[2]), "body")) {

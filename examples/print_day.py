@@ -51,7 +51,7 @@ def load_library():
         "velk_manager_new": (ERROR, [HANDLE, ctypes.POINTER(HANDLE)]),
         "velk_manager_free": (None, [HANDLE]),
     }
-    for name in ("velk_get_sleep_summay_objc", "velk_get_physical_summary_objc",
+    for name in ("velk_get_sleep_summary_objc", "velk_get_physical_summary_objc",
                  "velk_get_body_summary_objc"):
         signatures[name] = (ERROR, [HANDLE, ctypes.c_double, SUMMARY_CALLBACK, ctypes.c_void_p])
     for name, (result, arguments) in signatures.items():
@@ -109,7 +109,7 @@ def main():
         noon = ctypes.c_double()
         check(velk, velk.velk_device_date(device, year, month, date_of_month, 12, 0, 0,
                                           ctypes.byref(noon)))
-        check(velk, velk.velk_get_sleep_summay_objc(manager, noon, callbacks["sleep"], None))
+        check(velk, velk.velk_get_sleep_summary_objc(manager, noon, callbacks["sleep"], None))
         check(velk, velk.velk_get_physical_summary_objc(manager, noon, callbacks["physical"], None))
         check(velk, velk.velk_get_body_summary_objc(manager, noon, callbacks["body"], None))
         for kind, event in arrived.items():

@@ -9,7 +9,7 @@
 #include <cstring>
 #include <string>
 
-#include "velk/ingest/ExportReader.h"
+#include "ingest/ExportReader.h"
 
 namespace velk::fuzz {
 

@@ -242,11 +242,10 @@ VELK_API velk_error* velk_manager_new(velk_device* device, velk_manager** manage
  * allowed. */
 VELK_API void velk_manager_free(velk_manager* manager);
 
-/** The sleep summary of the night before the day of `date` (the name keeps its published
- * spelling). The callback runs on the health store's thread. A day without sleep data gives "{}".
- */
-VELK_API velk_error* velk_get_sleep_summay_objc(velk_manager* manager, double date,
-                                                velk_summary_callback callback, void* context);
+/** The sleep summary of the night before the day of `date`. The callback runs on the health
+ * store's thread. A day without sleep data gives "{}". */
+VELK_API velk_error* velk_get_sleep_summary_objc(velk_manager* manager, double date,
+                                                 velk_summary_callback callback, void* context);
 /** The physical summary of the day of `date`. The callback runs on the main queue. */
 VELK_API velk_error* velk_get_physical_summary_objc(velk_manager* manager, double date,
                                                     velk_summary_callback callback, void* context);
@@ -289,10 +288,10 @@ VELK_API velk_error* velk_request_sleep_permissions_objc(velk_permission_extract
 VELK_API velk_error* velk_request_physical_permissions_objc(velk_permission_extraction* extraction,
                                                             velk_permission_callback callback,
                                                             void* context);
-/** Body mass, height, biological sex and date of birth (the published name lacks a "t"). */
-VELK_API velk_error* velk_reques_body_permissions_objc(velk_permission_extraction* extraction,
-                                                       velk_permission_callback callback,
-                                                       void* context);
+/** Body mass, height, biological sex and date of birth. */
+VELK_API velk_error* velk_request_body_permissions_objc(velk_permission_extraction* extraction,
+                                                        velk_permission_callback callback,
+                                                        void* context);
 
 #ifdef __cplusplus
 } /* extern "C" */

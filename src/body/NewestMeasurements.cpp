@@ -3,9 +3,9 @@
 #include <optional>
 #include <utility>
 
-#include "velk/healthstore/AppleHealthErrors.h"
-#include "velk/platform/HKObjectType.h"
-#include "velk/platform/NSPredicate.h"
+#include "healthstore/AppleHealthErrors.h"
+#include "platform/HKObjectType.h"
+#include "platform/NSPredicate.h"
 
 namespace velk::body_detail {
 

@@ -7,10 +7,10 @@
 #include <memory>
 #include <string_view>
 
-#include "velk/body/VelkBodySamples.h"
-#include "velk/healthstore/AppleHealthProvider.h"
-#include "velk/platform/Date.h"
-#include "velk/platform/Result.h"
+#include "body/VelkBodySamples.h"
+#include "healthstore/AppleHealthProvider.h"
+#include "velk/Date.h"
+#include "velk/Result.h"
 
 namespace velk::body_detail {
 

@@ -1,6 +1,6 @@
-#include "velk/body/VelkBiologicalSexProvider.h"
+#include "body/VelkBiologicalSexProvider.h"
 
-#include "velk/platform/HKHealthStore.h"
+#include "platform/HKHealthStore.h"
 
 namespace velk {
 

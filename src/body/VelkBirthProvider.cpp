@@ -1,6 +1,6 @@
-#include "velk/body/VelkBirthProvider.h"
+#include "body/VelkBirthProvider.h"
 
-#include "velk/platform/Calendar.h"
+#include "velk/Calendar.h"
 
 namespace velk {
 

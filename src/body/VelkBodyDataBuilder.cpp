@@ -1,9 +1,9 @@
-#include "velk/body/VelkBodyDataBuilder.h"
+#include "body/VelkBodyDataBuilder.h"
 
 #include <utility>
 
-#include "velk/body/VelkBodySummariesBuilder.h"
-#include "velk/interface/VelkDateFormatter.h"
+#include "body/VelkBodySummariesBuilder.h"
+#include "extraction/VelkDateFormatter.h"
 
 namespace velk {
 

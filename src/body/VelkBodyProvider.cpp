@@ -1,14 +1,14 @@
-#include "velk/body/VelkBodyProvider.h"
+#include "body/VelkBodyProvider.h"
 
 #include <cstdio>
 #include <cstdlib>
 #include <utility>
 #include <vector>
 
-#include "velk/interface/VelkDataType.h"
-#include "velk/platform/DebugOutput.h"
-#include "velk/platform/Device.h"
-#include "velk/platform/DispatchGroup.h"
+#include "platform/DebugOutput.h"
+#include "platform/DispatchGroup.h"
+#include "velk/Device.h"
+#include "velk/VelkDataType.h"
 
 namespace velk {
 

@@ -1,4 +1,4 @@
-#include "velk/body/VelkBodySamples.h"
+#include "body/VelkBodySamples.h"
 
 namespace velk {
 

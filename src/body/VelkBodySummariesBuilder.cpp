@@ -1,10 +1,10 @@
-#include "velk/body/VelkBodySummariesBuilder.h"
+#include "body/VelkBodySummariesBuilder.h"
 
 #include <optional>
 #include <string>
 #include <vector>
 
-#include "velk/healthstore/TruncatedInteger.h"
+#include "healthstore/TruncatedInteger.h"
 
 namespace velk {
 

@@ -1,9 +1,9 @@
-#include "velk/body/VelkHeightProvider.h"
+#include "body/VelkHeightProvider.h"
 
 #include <utility>
 
 #include "body/NewestMeasurements.h"
-#include "velk/platform/HKUnit.h"
+#include "platform/HKUnit.h"
 
 namespace velk {
 

@@ -1,9 +1,9 @@
-#include "velk/body/VelkWeightProvider.h"
+#include "body/VelkWeightProvider.h"
 
 #include <utility>
 
 #include "body/NewestMeasurements.h"
-#include "velk/platform/HKUnit.h"
+#include "platform/HKUnit.h"
 
 namespace velk {
 

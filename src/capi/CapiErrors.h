@@ -4,7 +4,7 @@
 
 #include <string>
 
-#include "velk/platform/Error.h"
+#include "velk/Error.h"
 #include "velk/velk.h"
 
 namespace velk::capi {

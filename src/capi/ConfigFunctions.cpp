@@ -8,7 +8,7 @@
 
 #include "Guarded.h"
 #include "Handles.h"
-#include "velk/platform/Calendar.h"
+#include "velk/Calendar.h"
 
 using velk::Error;
 using velk::capi::guarded;

@@ -6,7 +6,7 @@
 
 #include "Guarded.h"
 #include "Handles.h"
-#include "velk/platform/Calendar.h"
+#include "velk/Calendar.h"
 
 #ifndef VELK_VERSION_TEXT
 #error "the build defines VELK_VERSION_TEXT"

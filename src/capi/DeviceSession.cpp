@@ -5,7 +5,7 @@
 #include <utility>
 
 #include "CapiErrors.h"
-#include "velk/platform/HealthDatabase.h"
+#include "platform/HealthDatabase.h"
 
 namespace velk::capi {
 namespace {

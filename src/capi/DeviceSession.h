@@ -20,10 +20,10 @@
 #include <thread>
 #include <vector>
 
-#include "velk/ingest/DeviceConfiguration.h"
-#include "velk/platform/Device.h"
-#include "velk/platform/Error.h"
-#include "velk/platform/Result.h"
+#include "velk/Device.h"
+#include "velk/DeviceConfiguration.h"
+#include "velk/Error.h"
+#include "velk/Result.h"
 
 namespace velk::capi {
 

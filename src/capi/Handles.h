@@ -6,9 +6,9 @@
 #include <memory>
 
 #include "DeviceSession.h"
-#include "velk/ingest/DeviceConfiguration.h"
-#include "velk/interface/VelkExtractionManager.h"
-#include "velk/interface/VelkPermissionExtraction.h"
+#include "velk/DeviceConfiguration.h"
+#include "velk/VelkExtractionManager.h"
+#include "velk/VelkPermissionExtraction.h"
 #include "velk/velk.h"
 
 struct velk_config {

@@ -118,8 +118,8 @@ void velk_manager_free(velk_manager* manager) {
   delete manager;
 }
 
-velk_error* velk_get_sleep_summay_objc(velk_manager* manager, double date,
-                                       velk_summary_callback callback, void* context) {
+velk_error* velk_get_sleep_summary_objc(velk_manager* manager, double date,
+                                        velk_summary_callback callback, void* context) {
   return request(manager, date, callback, context, &VelkExtractionManager::getSleepSummayObjc);
 }
 

@@ -93,8 +93,8 @@ velk_error* velk_request_physical_permissions_objc(velk_permission_extraction* e
                  &VelkPermissionExtraction::requestPhysicalPermissionsObjc);
 }
 
-velk_error* velk_reques_body_permissions_objc(velk_permission_extraction* extraction,
-                                              velk_permission_callback callback, void* context) {
+velk_error* velk_request_body_permissions_objc(velk_permission_extraction* extraction,
+                                               velk_permission_callback callback, void* context) {
   return request(extraction, callback, context,
                  &VelkPermissionExtraction::requesBodyPermissionsObjc);
 }

@@ -7,7 +7,7 @@
 #include <string>
 #include <vector>
 
-#include "velk/platform/Error.h"
+#include "velk/Error.h"
 
 namespace velk::cli {
 

@@ -43,6 +43,15 @@ std::string records(std::uint64_t count) {
   return fixed(value, 0) + " records";
 }
 
+// "[######..................]  25%  " for a fraction of the whole.
+std::string bar(double fraction) {
+  fraction = std::clamp(fraction, 0.0, 1.0);
+  const auto filled = static_cast<int>(fraction * kBarWidth);
+  return "[" + std::string(static_cast<std::size_t>(filled), '#') +
+         std::string(static_cast<std::size_t>(kBarWidth - filled), '.') + "] " + percent(fraction) +
+         "  ";
+}
+
 }  // namespace
 
 ProgressBar::ProgressBar(std::ostream& out, bool enabled, Clock clock)
@@ -53,14 +62,9 @@ std::string ProgressBar::render(const ingest::ImportProgress& progress, double e
   const double rate = elapsedSeconds > 0 ? megabytes / elapsedSeconds : 0;
   std::string line;
   if (progress.totalBytes > 0) {
-    const double fraction = std::clamp(
-        static_cast<double>(progress.bytesRead) / static_cast<double>(progress.totalBytes), 0.0,
-        1.0);
-    const auto filled = static_cast<int>(fraction * kBarWidth);
-    line = "[" + std::string(static_cast<std::size_t>(filled), '#') +
-           std::string(static_cast<std::size_t>(kBarWidth - filled), '.') + "] " +
-           percent(fraction) + "  " + fixed(megabytes, 1) + "/" +
-           fixed(static_cast<double>(progress.totalBytes) / 1e6, 1) + " MB  ";
+    line = bar(static_cast<double>(progress.bytesRead) / static_cast<double>(progress.totalBytes)) +
+           fixed(megabytes, 1) + "/" + fixed(static_cast<double>(progress.totalBytes) / 1e6, 1) +
+           " MB  ";
   } else {
     line = fixed(megabytes, 1) + " MB  ";
   }
@@ -77,15 +81,35 @@ std::string ProgressBar::render(const ingest::ImportProgress& progress, double e
   return line;
 }
 
+std::string ProgressBar::renderDays(std::size_t done, std::size_t total, double elapsedSeconds) {
+  const double fraction = total > 0 ? static_cast<double>(done) / static_cast<double>(total) : 1.0;
+  std::string line = bar(fraction) + std::to_string(done) + "/" + std::to_string(total) + " days";
+  if (done >= total) {
+    line += "  done in " + minutesAndSeconds(elapsedSeconds);
+  } else if (done > 0) {
+    line += "  ETA " + minutesAndSeconds(elapsedSeconds / fraction - elapsedSeconds);
+  }
+  return line;
+}
+
 void ProgressBar::update(const ingest::ImportProgress& progress) {
+  draw(progress.finished, [&progress](double elapsed) { return render(progress, elapsed); });
+}
+
+void ProgressBar::updateDays(std::size_t done, std::size_t total) {
+  draw(done >= total, [=](double elapsed) { return renderDays(done, total, elapsed); });
+}
+
+void ProgressBar::draw(bool finished,
+                       const std::function<std::string(double elapsedSeconds)>& lineAt) {
   if (!enabled_) {
     return;
   }
   const auto now = clock_();
-  if (drawn_ && !progress.finished && now - lastDrawn_ < kRedrawInterval) {
+  if (drawn_ && !finished && now - lastDrawn_ < kRedrawInterval) {
     return;
   }
-  const std::string line = render(progress, std::chrono::duration<double>(now - started_).count());
+  const std::string line = lineAt(std::chrono::duration<double>(now - started_).count());
   // Pad over the rest of a longer previous line.
   out_ << '\r' << line
        << std::string(lastLength_ > line.size() ? lastLength_ - line.size() : 0, ' ') << std::flush;

@@ -7,6 +7,7 @@
 
 #include "cli/Commands.h"
 #include "cli/GlobalOptions.h"
+#include "cli/TableCommands.h"
 #include "cli/ToolDevice.h"
 
 namespace velk::cli {
@@ -70,6 +71,24 @@ int runTool(const std::vector<std::string>& arguments, std::ostream& out, std::o
       "import", "Import an export into a database (--db FILE) for fast repeated extraction");
   import->add_option("export", exportToImport, "export.zip or its export XML")->required();
 
+  TableRequest tableRequest;
+  auto* table = app.add_subcommand("table", "Print one row per day (CSV or NDJSON)");
+  table->add_option("kind", tableRequest.kinds, "sleep, physical, body or all")
+      ->required()
+      ->check(CLI::IsMember({"sleep", "physical", "body", "all"}));
+  auto* report =
+      app.add_subcommand("report", "Write an HTML report with charts of a range of days");
+  report->add_option("-o,--output", tableRequest.output, "The HTML file to write")->required();
+  for (auto* command : {table, report}) {
+    command->add_option("--from", tableRequest.from, "First day")->required();
+    command->add_option("--to", tableRequest.to, "Last day")->required();
+    command->add_option("--at", tableRequest.at, "Local time of day at which each day is asked")
+        ->capture_default_str();
+  }
+  table->add_option("--format", tableRequest.format, "csv or ndjson")
+      ->capture_default_str()
+      ->check(CLI::IsMember({"csv", "ndjson"}));
+
   std::vector<std::string> reversed(arguments.rbegin(), arguments.rend());
   try {
     app.parse(reversed);
@@ -105,6 +124,12 @@ int runTool(const std::vector<std::string>& arguments, std::ostream& out, std::o
   }
   if (summaryCommand->parsed()) {
     return runSummary(summary, out, err);
+  }
+  if (table->parsed()) {
+    return runTable(tableRequest, out, err);
+  }
+  if (report->parsed()) {
+    return runReport(tableRequest, out, err);
   }
   return runPermissions(family, out, err);
 }

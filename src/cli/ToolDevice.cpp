@@ -5,8 +5,8 @@
 #include <utility>
 
 #include "cli/Instant.h"
-#include "velk/ingest/DeviceConfiguration.h"
-#include "velk/platform/Calendar.h"
+#include "velk/Calendar.h"
+#include "velk/DeviceConfiguration.h"
 
 namespace velk::cli {
 namespace {

@@ -7,8 +7,8 @@
 #include <ostream>
 
 #include "cli/GlobalOptions.h"
-#include "velk/platform/Device.h"
-#include "velk/platform/Result.h"
+#include "velk/Device.h"
+#include "velk/Result.h"
 
 namespace velk::cli {
 

@@ -1,5 +1,5 @@
 // The conversions of the body document's root; the records themselves are all in the header.
-#include "velk/documents/BodyDocument.h"
+#include "velk/BodyDocument.h"
 
 namespace velk {
 

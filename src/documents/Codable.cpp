@@ -1,6 +1,6 @@
 // The non-generic half of the record coding: scalar values, key paths, errors and the two
 // conversions that every document root offers.
-#include "velk/documents/Codable.h"
+#include "velk/Codable.h"
 
 #include <cmath>
 #include <limits>

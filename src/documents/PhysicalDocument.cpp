@@ -1,5 +1,5 @@
 // The conversions of the physical document's root; the records themselves are all in the header.
-#include "velk/documents/PhysicalDocument.h"
+#include "velk/PhysicalDocument.h"
 
 namespace velk {
 

@@ -1,5 +1,5 @@
 // The conversions of the sleep document's root; the records themselves are all in the header.
-#include "velk/documents/SleepDocument.h"
+#include "velk/SleepDocument.h"
 
 namespace velk {
 

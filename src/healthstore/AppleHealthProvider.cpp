@@ -1,7 +1,7 @@
-#include "velk/healthstore/AppleHealthProvider.h"
+#include "healthstore/AppleHealthProvider.h"
 
-#include "velk/healthstore/AppleHealthErrors.h"
-#include "velk/healthstore/TruncatedInteger.h"
+#include "healthstore/AppleHealthErrors.h"
+#include "healthstore/TruncatedInteger.h"
 
 namespace velk {
 

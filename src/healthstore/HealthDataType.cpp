@@ -1,4 +1,4 @@
-#include "velk/healthstore/HealthDataType.h"
+#include "healthstore/HealthDataType.h"
 
 #include <cstddef>
 

@@ -2,8 +2,8 @@
 #include <cstdint>
 #include <string>
 
-#include "velk/healthstore/AppleHealthErrors.h"
-#include "velk/healthstore/ExtractionErrors.h"
+#include "healthstore/AppleHealthErrors.h"
+#include "healthstore/ExtractionErrors.h"
 
 namespace velk {
 namespace {

@@ -1,4 +1,4 @@
-#include "velk/healthstore/TruncatedInteger.h"
+#include "healthstore/TruncatedInteger.h"
 
 #include <cmath>
 #include <cstdio>

@@ -1,7 +1,7 @@
-#include "velk/healthstore/VelkPredicateBuilder.h"
+#include "healthstore/VelkPredicateBuilder.h"
 
-#include "velk/platform/Calendar.h"
-#include "velk/platform/HKSample.h"
+#include "platform/HKSample.h"
+#include "velk/Calendar.h"
 
 namespace velk {
 

@@ -1,4 +1,4 @@
-#include "velk/ingest/DeviceConfiguration.h"
+#include "velk/DeviceConfiguration.h"
 
 #include <unicode/timezone.h>
 #include <unicode/unistr.h>
@@ -8,13 +8,13 @@
 #include <iterator>
 #include <utility>
 
-#include "velk/ingest/ExportReader.h"
-#include "velk/ingest/ImportedHealthDatabase.h"
-#include "velk/ingest/StoreFile.h"
-#include "velk/platform/Calendar.h"
-#include "velk/platform/InMemoryHealthDatabase.h"
-#include "velk/platform/StoredSample.h"
-#include "velk/platform/UserDefaults.h"
+#include "ingest/ExportReader.h"
+#include "ingest/ImportedHealthDatabase.h"
+#include "ingest/StoreFile.h"
+#include "platform/InMemoryHealthDatabase.h"
+#include "platform/StoredSample.h"
+#include "platform/UserDefaults.h"
+#include "velk/Calendar.h"
 
 namespace velk::ingest {
 namespace {

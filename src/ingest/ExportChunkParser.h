@@ -14,10 +14,10 @@
 
 #include "LineIndex.h"
 #include "PartBytes.h"
-#include "velk/ingest/ExportRecordBatch.h"
-#include "velk/ingest/ExportReport.h"
-#include "velk/ingest/SourceIdentifierRule.h"
-#include "velk/platform/SampleRecord.h"
+#include "ingest/ExportRecordBatch.h"
+#include "platform/SampleRecord.h"
+#include "velk/ExportReport.h"
+#include "velk/SourceIdentifierRule.h"
 
 namespace velk::ingest {
 

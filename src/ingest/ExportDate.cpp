@@ -1,4 +1,4 @@
-#include "velk/ingest/ExportDate.h"
+#include "ingest/ExportDate.h"
 
 #include <charconv>
 #include <chrono>

@@ -2,7 +2,7 @@
 
 #include <algorithm>
 
-#include "velk/ingest/ExportDate.h"
+#include "ingest/ExportDate.h"
 
 namespace velk::ingest {
 

@@ -1,4 +1,4 @@
-#include "velk/ingest/ExportImport.h"
+#include "velk/ExportImport.h"
 
 #include <fcntl.h>
 #include <unistd.h>
@@ -12,10 +12,11 @@
 
 #include "ImportLayout.h"
 #include "Sqlite.h"
-#include "velk/ingest/ExportSource.h"
-#include "velk/ingest/ImportedHealthDatabase.h"
-#include "velk/platform/HKUnit.h"
-#include "velk/platform/StoredSample.h"
+#include "ingest/ExportReader.h"
+#include "ingest/ExportSource.h"
+#include "ingest/ImportedHealthDatabase.h"
+#include "platform/HKUnit.h"
+#include "platform/StoredSample.h"
 
 namespace velk::ingest {
 namespace {
@@ -487,7 +488,9 @@ Result<ImportSummary> importExport(const std::filesystem::path& exportPath,
     if (auto prepared = writer.prepare(); prepared.isFailure()) {
       return fail(prepared.error());
     }
-    auto report = ExportReader(options.read).read(source, writer);
+    ExportReadOptions readOptions;
+    readOptions.sources = options.sources;
+    auto report = ExportReader(std::move(readOptions)).read(source, writer);
     if (report.isFailure()) {
       return fail(report.error());
     }

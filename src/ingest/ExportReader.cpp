@@ -1,4 +1,4 @@
-#include "velk/ingest/ExportReader.h"
+#include "ingest/ExportReader.h"
 
 #include <algorithm>
 #include <deque>
@@ -12,8 +12,8 @@
 #include "ByteMasks.h"
 #include "ExportChunkParser.h"
 #include "ExportPrologue.h"
-#include "velk/ingest/ExportDate.h"
-#include "velk/ingest/ExportErrors.h"
+#include "ingest/ExportDate.h"
+#include "ingest/ExportErrors.h"
 
 namespace velk::ingest {
 

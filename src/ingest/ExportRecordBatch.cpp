@@ -1,4 +1,4 @@
-#include "velk/ingest/ExportRecordBatch.h"
+#include "ingest/ExportRecordBatch.h"
 
 namespace velk::ingest {
 

@@ -1,4 +1,4 @@
-#include "velk/ingest/ExportReport.h"
+#include "velk/ExportReport.h"
 
 #include <algorithm>
 

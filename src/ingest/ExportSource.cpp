@@ -1,4 +1,4 @@
-#include "velk/ingest/ExportSource.h"
+#include "ingest/ExportSource.h"
 
 #include <zip.h>
 
@@ -8,7 +8,7 @@
 #include <vector>
 
 #include "ExportPrologue.h"
-#include "velk/ingest/ExportErrors.h"
+#include "ingest/ExportErrors.h"
 
 namespace velk::ingest {
 

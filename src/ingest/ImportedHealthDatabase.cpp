@@ -1,11 +1,11 @@
-#include "velk/ingest/ImportedHealthDatabase.h"
+#include "ingest/ImportedHealthDatabase.h"
 
 #include <algorithm>
 #include <limits>
 
 #include "ImportLayout.h"
 #include "Sqlite.h"
-#include "velk/platform/HKObjectType.h"
+#include "platform/HKObjectType.h"
 
 namespace velk::ingest {
 

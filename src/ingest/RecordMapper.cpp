@@ -10,7 +10,7 @@
 #include <unordered_map>
 #include <vector>
 
-#include "velk/ingest/ExportDate.h"
+#include "ingest/ExportDate.h"
 
 namespace velk::ingest {
 

@@ -9,10 +9,10 @@
 #include <optional>
 #include <string_view>
 
-#include "velk/ingest/ExportRecordBatch.h"
-#include "velk/ingest/ExportReport.h"
-#include "velk/ingest/SourceIdentifierRule.h"
-#include "velk/platform/Date.h"
+#include "ingest/ExportRecordBatch.h"
+#include "velk/Date.h"
+#include "velk/ExportReport.h"
+#include "velk/SourceIdentifierRule.h"
 
 namespace velk::ingest {
 

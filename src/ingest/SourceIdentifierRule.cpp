@@ -1,11 +1,11 @@
-#include "velk/ingest/SourceIdentifierRule.h"
+#include "velk/SourceIdentifierRule.h"
 
 #include <array>
 #include <cstdint>
 #include <fstream>
 #include <nlohmann/json.hpp>
 
-#include "velk/ingest/ExportErrors.h"
+#include "ingest/ExportErrors.h"
 
 namespace velk::ingest {
 

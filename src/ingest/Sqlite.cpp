@@ -2,7 +2,7 @@
 
 #include <utility>
 
-#include "velk/ingest/ImportedHealthDatabase.h"
+#include "ingest/ImportedHealthDatabase.h"
 
 namespace velk::ingest::sqlite {
 

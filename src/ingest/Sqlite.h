@@ -9,8 +9,8 @@
 #include <string>
 #include <string_view>
 
-#include "velk/platform/Error.h"
-#include "velk/platform/Result.h"
+#include "velk/Error.h"
+#include "velk/Result.h"
 
 namespace velk::ingest::sqlite {
 

@@ -1,4 +1,4 @@
-#include "velk/ingest/StoreFile.h"
+#include "ingest/StoreFile.h"
 
 #include <chrono>
 #include <cmath>
@@ -8,9 +8,9 @@
 #include <nlohmann/json.hpp>
 #include <sstream>
 
-#include "velk/platform/CanonicalUnits.h"
-#include "velk/platform/HKObjectType.h"
-#include "velk/platform/HKUnit.h"
+#include "platform/CanonicalUnits.h"
+#include "platform/HKObjectType.h"
+#include "platform/HKUnit.h"
 
 namespace velk::ingest {
 namespace {

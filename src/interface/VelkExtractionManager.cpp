@@ -1,15 +1,16 @@
-#include "velk/interface/VelkExtractionManager.h"
+#include "velk/VelkExtractionManager.h"
 
 #include <cstdio>
 #include <cstdlib>
 #include <utility>
 
-#include "velk/body/VelkBodyProvider.h"
-#include "velk/documents/BodyDocument.h"
-#include "velk/documents/PhysicalDocument.h"
-#include "velk/documents/SleepDocument.h"
-#include "velk/physical/VelkPhysicalProvider.h"
-#include "velk/sleep/SleepRepository.h"
+#include "body/VelkBodyProvider.h"
+#include "extraction/ExtractionLastDateStorage.h"
+#include "physical/VelkPhysicalProvider.h"
+#include "sleep/SleepRepository.h"
+#include "velk/BodyDocument.h"
+#include "velk/PhysicalDocument.h"
+#include "velk/SleepDocument.h"
 
 namespace velk {
 
@@ -53,7 +54,9 @@ VelkExtractionManager::VelkExtractionManager(Owners owners)
     : sleepRepository(required(std::move(owners.sleepRepository), "sleep repository")),
       physicalProvider(required(std::move(owners.physicalProvider), "physical provider")),
       bodyProvider(required(std::move(owners.bodyProvider), "body provider")),
-      dateExtraction() {}
+      dateExtraction(std::make_unique<const ExtractionLastDateStorage>()) {}
+
+VelkExtractionManager::~VelkExtractionManager() = default;
 
 void VelkExtractionManager::getSleepSummay(Date date, SleepCompletion completion) {
   sleepRepository->getSleepData(date, std::move(completion));
@@ -95,21 +98,21 @@ void VelkExtractionManager::getBodySummaryObjc(Date date, DictionaryCompletion c
 }
 
 std::optional<Date> VelkExtractionManager::getLastExtractionDate(VelkDataType kind) const {
-  return dateExtraction.readLastDate(kind);
+  return dateExtraction->readLastDate(kind);
 }
 
 std::optional<Date> VelkExtractionManager::getLastExtractionDateOfSleep() const {
-  return dateExtraction.readLastDate(VelkDataType::sleepSummary);
+  return dateExtraction->readLastDate(VelkDataType::sleepSummary);
 }
 
 // Reads the sleep entry on purpose: the published behaviour of this getter.
 std::optional<Date> VelkExtractionManager::getLastExtractionDateOfPhysical() const {
-  return dateExtraction.readLastDate(VelkDataType::sleepSummary);
+  return dateExtraction->readLastDate(VelkDataType::sleepSummary);
 }
 
 // Reads the sleep entry on purpose: the published behaviour of this getter.
 std::optional<Date> VelkExtractionManager::getLastExtractionDateOfBody() const {
-  return dateExtraction.readLastDate(VelkDataType::sleepSummary);
+  return dateExtraction->readLastDate(VelkDataType::sleepSummary);
 }
 
 }  // namespace velk

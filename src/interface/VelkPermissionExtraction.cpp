@@ -1,14 +1,25 @@
-#include "velk/interface/VelkPermissionExtraction.h"
+#include "velk/VelkPermissionExtraction.h"
 
+#include <set>
+#include <span>
 #include <utility>
+#include <vector>
 
-#include "velk/healthstore/AppleHealthErrors.h"
-#include "velk/platform/DebugOutput.h"
-#include "velk/platform/HKHealthStore.h"
+#include "healthstore/AppleHealthErrors.h"
+#include "healthstore/AppleHealthProvider.h"
+#include "healthstore/HealthDataType.h"
+#include "platform/DebugOutput.h"
+#include "platform/HKHealthStore.h"
+#include "platform/HKObjectType.h"
 
 namespace velk {
 
-const std::vector<HealthDataType>& VelkPermissionExtraction::physicalDataTypes() {
+namespace {
+
+using Completion = VelkPermissionExtraction::Completion;
+
+// The read sets, in the order in which each is built.
+const std::vector<HealthDataType>& physicalDataTypes() {
   // Some body-like types (temperatures, waist) belong to this family and not to the body one;
   // hosts rely on the split as it stands.
   static const std::vector<HealthDataType> types{
@@ -36,7 +47,7 @@ const std::vector<HealthDataType>& VelkPermissionExtraction::physicalDataTypes()
   return types;
 }
 
-const std::vector<HealthDataType>& VelkPermissionExtraction::bodyDataTypes() {
+const std::vector<HealthDataType>& bodyDataTypes() {
   static const std::vector<HealthDataType> types{
       HealthDataType::bodyMass,
       HealthDataType::height,
@@ -46,8 +57,7 @@ const std::vector<HealthDataType>& VelkPermissionExtraction::bodyDataTypes() {
   return types;
 }
 
-std::set<platform::HKObjectType> VelkPermissionExtraction::objectTypes(
-    std::span<const HealthDataType> cases) {
+std::set<platform::HKObjectType> objectTypes(std::span<const HealthDataType> cases) {
   std::set<platform::HKObjectType> types;
   for (const auto dataType : cases) {
     if (auto type = objectType(dataType)) {
@@ -57,15 +67,16 @@ std::set<platform::HKObjectType> VelkPermissionExtraction::objectTypes(
   return types;
 }
 
-void VelkPermissionExtraction::requestReadAccess(
-    const std::function<std::set<platform::HKObjectType>()>& readTypes, Completion completion) {
+void requestReadAccess(const AppleHealthProvider& provider,
+                       const std::function<std::set<platform::HKObjectType>()>& readTypes,
+                       Completion completion) {
   // The availability test comes first: a device without health data is not asked for its types.
   if (!platform::HKHealthStore::isHealthDataAvailable()) {
     platform::debugPrint("No health data is available.");
     completion(Result<bool>::failure(makeError(AppleHealthErrors::healthKitNotavailable)));
     return;
   }
-  appleHealthProvider.healthStore->requestAuthorization(
+  provider.healthStore->requestAuthorization(
       std::nullopt, readTypes(),
       [completion = std::move(completion)](bool success, std::optional<Error> error) {
         if (error.has_value()) {
@@ -76,7 +87,7 @@ void VelkPermissionExtraction::requestReadAccess(
       });
 }
 
-VelkPermissionExtraction::Completion VelkPermissionExtraction::bridged(HostCompletion completion) {
+Completion bridged(VelkPermissionExtraction::HostCompletion completion) {
   return [completion = std::move(completion)](Result<bool> result) {
     if (result.isFailure()) {
       completion(false, result.error());
@@ -86,12 +97,22 @@ VelkPermissionExtraction::Completion VelkPermissionExtraction::bridged(HostCompl
   };
 }
 
+}  // namespace
+
+VelkPermissionExtraction::VelkPermissionExtraction()
+    : appleHealthProvider(std::make_unique<AppleHealthProvider>()) {}
+
+VelkPermissionExtraction::~VelkPermissionExtraction() = default;
+
 void VelkPermissionExtraction::requestAllPermissions(Completion completion) {
-  requestReadAccess([] { return objectTypes(allHealthDataTypes()); }, std::move(completion));
+  requestReadAccess(
+      *appleHealthProvider, [] { return objectTypes(allHealthDataTypes()); },
+      std::move(completion));
 }
 
 void VelkPermissionExtraction::requestSleepPermissions(Completion completion) {
   requestReadAccess(
+      *appleHealthProvider,
       [] {
         std::set<platform::HKObjectType> types;
         if (auto sleep = platform::HKObjectType::categoryTypeForIdentifier(
@@ -104,11 +125,13 @@ void VelkPermissionExtraction::requestSleepPermissions(Completion completion) {
 }
 
 void VelkPermissionExtraction::requestPhysicalPermissions(Completion completion) {
-  requestReadAccess([] { return objectTypes(physicalDataTypes()); }, std::move(completion));
+  requestReadAccess(
+      *appleHealthProvider, [] { return objectTypes(physicalDataTypes()); }, std::move(completion));
 }
 
 void VelkPermissionExtraction::requesBodyPermissions(Completion completion) {
-  requestReadAccess([] { return objectTypes(bodyDataTypes()); }, std::move(completion));
+  requestReadAccess(
+      *appleHealthProvider, [] { return objectTypes(bodyDataTypes()); }, std::move(completion));
 }
 
 void VelkPermissionExtraction::requestAllPermissionsObjc(HostCompletion completion) {

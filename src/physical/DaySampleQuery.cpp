@@ -2,9 +2,9 @@
 
 #include <utility>
 
+#include "healthstore/AppleHealthErrors.h"
 #include "physical/QuantityIdentifiers.h"
-#include "velk/healthstore/AppleHealthErrors.h"
-#include "velk/platform/HKObjectType.h"
+#include "platform/HKObjectType.h"
 
 namespace velk::physical_detail {
 

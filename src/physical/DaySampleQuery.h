@@ -5,10 +5,10 @@
 #include <optional>
 #include <string_view>
 
-#include "velk/healthstore/AppleHealthProvider.h"
-#include "velk/healthstore/VelkPredicateBuilder.h"
-#include "velk/platform/Date.h"
-#include "velk/platform/Error.h"
+#include "healthstore/AppleHealthProvider.h"
+#include "healthstore/VelkPredicateBuilder.h"
+#include "velk/Date.h"
+#include "velk/Error.h"
 
 namespace velk::physical_detail {
 

@@ -2,48 +2,14 @@
 
 #include <optional>
 #include <utility>
-#include <vector>
 
-#include "physical/CheckedSum.h"
+#include "healthstore/AppleHealthErrors.h"
 #include "physical/QuantityIdentifiers.h"
-#include "velk/healthstore/AppleHealthErrors.h"
-#include "velk/platform/Calendar.h"
-#include "velk/platform/HKObjectType.h"
-#include "velk/platform/HKStatisticsCollectionQuery.h"
+#include "platform/HKObjectType.h"
+#include "platform/HKStatisticsCollectionQuery.h"
+#include "velk/Calendar.h"
 
 namespace velk::physical_detail {
-
-namespace {
-
-// The collection reports one sum per interval that it yields between the day's first and last
-// second. With the anchor at a midnight that is one interval. But the anchor is "`date` with its
-// hour set to 0", and for a `date` between 00:00 and 00:59 that is `date` itself (say 00:30): the
-// intervals then run from 00:30 to 00:30 and two of them meet the day. Handing on each answer
-// would call the completion twice, and a caller that joins reads with a dispatch group would leave
-// it twice. So the answers are gathered and handed on once: a single answer as it is (the same
-// error object included), several as the sum of those that have one. A piece of the day without
-// samples adds nothing; only when no piece has a sum does the day fail with that piece's error.
-// No interval at all (a store that yields none) reads as a day without samples.
-Result<std::int64_t> combineIntervalSums(std::vector<Result<std::int64_t>> answers) {
-  if (answers.empty()) {
-    return Result<std::int64_t>::failure(makeError(AppleHealthErrors::sumQuantityNull));
-  }
-  if (answers.size() == 1) {
-    return std::move(answers.front());
-  }
-  std::optional<std::int64_t> total;
-  for (const auto& answer : answers) {
-    if (answer.isSuccess()) {
-      total = checkedSum(total.value_or(0), answer.value(), "the day's sum");
-    }
-  }
-  if (!total) {
-    return std::move(answers.front());
-  }
-  return Result<std::int64_t>::success(*total);
-}
-
-}  // namespace
 
 void requestDaySum(std::shared_ptr<AppleHealthProvider> provider,
                    const VelkPredicateBuilder& predicateBuilder, Date date,
@@ -83,18 +49,27 @@ void requestDaySum(std::shared_ptr<AppleHealthProvider> provider,
   platform::HKStatisticsCollectionQuery query(*quantityType, std::move(predicate),
                                               platform::HKStatisticsOptions::cumulativeSum,
                                               *anchorDate, oneDay);
-  query.initialResultsHandler =
-      [provider, start = *startDate, end = *endDate, unit, completion = std::move(completion)](
-          const platform::HKStatisticsCollectionQuery& finished,
-          std::optional<platform::HKStatisticsCollection> collection, std::optional<Error> error) {
-        // The collection enumerates synchronously, so every interval has answered when
-        // getCollectionSum returns.
-        std::vector<Result<std::int64_t>> answers;
-        provider->getCollectionSum(
-            finished, std::move(collection), std::move(error), start, end, unit,
-            [&answers](Result<std::int64_t> answer) { answers.push_back(std::move(answer)); });
-        completion(combineIntervalSums(std::move(answers)));
-      };
+  query.initialResultsHandler = [provider, start = *startDate, end = *endDate, unit,
+                                 completion = std::move(completion)](
+                                    const platform::HKStatisticsCollectionQuery& finished,
+                                    std::optional<platform::HKStatisticsCollection> collection,
+                                    std::optional<Error> error) {
+    // The collection enumerates synchronously, so every interval has answered when
+    // getCollectionSum returns. The store's one-day intervals are calendar days: one interval,
+    // the day's sum truncated once. The completion runs exactly once all the same, since a
+    // caller that joins reads with a dispatch group leaves the group in it: of several
+    // intervals only the first is handed on, and none means the day has no sum.
+    std::optional<Result<std::int64_t>> daySum;
+    provider->getCollectionSum(finished, std::move(collection), std::move(error), start, end, unit,
+                               [&daySum](Result<std::int64_t> answer) {
+                                 if (!daySum) {
+                                   daySum = std::move(answer);
+                                 }
+                               });
+    completion(daySum
+                   ? std::move(*daySum)
+                   : Result<std::int64_t>::failure(makeError(AppleHealthErrors::sumQuantityNull)));
+  };
   provider->healthStore->executeQuery(std::move(query));
 }
 

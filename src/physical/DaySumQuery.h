@@ -7,11 +7,11 @@
 #include <memory>
 #include <string_view>
 
-#include "velk/healthstore/AppleHealthProvider.h"
-#include "velk/healthstore/VelkPredicateBuilder.h"
-#include "velk/platform/Date.h"
-#include "velk/platform/HKUnit.h"
-#include "velk/platform/Result.h"
+#include "healthstore/AppleHealthProvider.h"
+#include "healthstore/VelkPredicateBuilder.h"
+#include "platform/HKUnit.h"
+#include "velk/Date.h"
+#include "velk/Result.h"
 
 namespace velk::physical_detail {
 

@@ -1,4 +1,4 @@
-#include "velk/physical/VelkCaloriesProvider.h"
+#include "physical/VelkCaloriesProvider.h"
 
 #include <cstdint>
 #include <mutex>
@@ -7,8 +7,8 @@
 
 #include "physical/CheckedSum.h"
 #include "physical/QuantityIdentifiers.h"
-#include "velk/platform/Device.h"
-#include "velk/platform/DispatchGroup.h"
+#include "platform/DispatchGroup.h"
+#include "velk/Device.h"
 
 namespace velk {
 

@@ -1,9 +1,9 @@
-#include "velk/physical/VelkCaloriesSampleProvider.h"
+#include "physical/VelkCaloriesSampleProvider.h"
 
 #include <utility>
 
 #include "physical/DaySumQuery.h"
-#include "velk/platform/HKUnit.h"
+#include "platform/HKUnit.h"
 
 namespace velk {
 

@@ -1,9 +1,9 @@
-#include "velk/physical/VelkHRVProvider.h"
+#include "physical/VelkHRVProvider.h"
 
 #include <utility>
 #include <vector>
 
-#include "velk/healthstore/AppleHealthErrors.h"
+#include "healthstore/AppleHealthErrors.h"
 
 namespace velk {
 

@@ -1,12 +1,12 @@
-#include "velk/physical/VelkHRVSampleProvider.h"
+#include "physical/VelkHRVSampleProvider.h"
 
 #include <optional>
 #include <utility>
 
 #include "physical/DaySampleQuery.h"
 #include "physical/QuantityIdentifiers.h"
-#include "velk/platform/HKSample.h"
-#include "velk/platform/HKUnit.h"
+#include "platform/HKSample.h"
+#include "platform/HKUnit.h"
 
 namespace velk {
 

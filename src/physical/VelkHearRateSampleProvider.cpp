@@ -1,11 +1,11 @@
-#include "velk/physical/VelkHearRateSampleProvider.h"
+#include "physical/VelkHearRateSampleProvider.h"
 
 #include <optional>
 #include <utility>
 
 #include "physical/DaySampleQuery.h"
-#include "velk/platform/HKSample.h"
-#include "velk/platform/HKUnit.h"
+#include "platform/HKSample.h"
+#include "platform/HKUnit.h"
 
 namespace velk {
 

@@ -1,12 +1,12 @@
-#include "velk/physical/VelkHeartRateProvider.h"
+#include "physical/VelkHeartRateProvider.h"
 
 #include <algorithm>
 #include <utility>
 #include <vector>
 
+#include "healthstore/AppleHealthErrors.h"
+#include "healthstore/TruncatedInteger.h"
 #include "physical/QuantityIdentifiers.h"
-#include "velk/healthstore/AppleHealthErrors.h"
-#include "velk/healthstore/TruncatedInteger.h"
 
 namespace velk {
 

@@ -1,8 +1,8 @@
-#include "velk/physical/VelkPhysicalDataBuilder.h"
+#include "physical/VelkPhysicalDataBuilder.h"
 
 #include <string>
 
-#include "velk/healthstore/TruncatedInteger.h"
+#include "healthstore/TruncatedInteger.h"
 
 namespace velk {
 

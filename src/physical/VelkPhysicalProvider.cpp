@@ -1,11 +1,11 @@
-#include "velk/physical/VelkPhysicalProvider.h"
+#include "physical/VelkPhysicalProvider.h"
 
 #include <utility>
 
-#include "velk/interface/VelkDataType.h"
-#include "velk/platform/DebugOutput.h"
-#include "velk/platform/Device.h"
-#include "velk/platform/DispatchGroup.h"
+#include "platform/DebugOutput.h"
+#include "platform/DispatchGroup.h"
+#include "velk/Device.h"
+#include "velk/VelkDataType.h"
 
 namespace velk {
 

@@ -1,10 +1,10 @@
-#include "velk/physical/VelkStepSampleProvider.h"
+#include "physical/VelkStepSampleProvider.h"
 
 #include <utility>
 
 #include "physical/DaySumQuery.h"
 #include "physical/QuantityIdentifiers.h"
-#include "velk/platform/HKUnit.h"
+#include "platform/HKUnit.h"
 
 namespace velk {
 

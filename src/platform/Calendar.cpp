@@ -1,4 +1,4 @@
-#include "velk/platform/Calendar.h"
+#include "velk/Calendar.h"
 
 #include <unicode/gregocal.h>
 #include <unicode/locid.h>
@@ -10,7 +10,7 @@
 #include <cstdlib>
 #include <limits>
 
-#include "velk/platform/Device.h"
+#include "velk/Device.h"
 
 namespace velk::platform {
 

@@ -1,4 +1,4 @@
-#include "velk/platform/CanonicalUnits.h"
+#include "platform/CanonicalUnits.h"
 
 #include <unordered_map>
 

@@ -1,4 +1,4 @@
-#include "velk/platform/CumulativeSum.h"
+#include "platform/CumulativeSum.h"
 
 #include <algorithm>
 #include <vector>

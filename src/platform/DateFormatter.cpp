@@ -1,4 +1,4 @@
-#include "velk/platform/DateFormatter.h"
+#include "platform/DateFormatter.h"
 
 #include <unicode/calendar.h>
 #include <unicode/locid.h>
@@ -12,8 +12,8 @@
 #include <mutex>
 #include <utility>
 
-#include "velk/platform/Calendar.h"
-#include "velk/platform/Device.h"
+#include "velk/Calendar.h"
+#include "velk/Device.h"
 
 namespace velk::platform {
 namespace {

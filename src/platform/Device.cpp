@@ -1,4 +1,4 @@
-#include "velk/platform/Device.h"
+#include "velk/Device.h"
 
 #include <atomic>
 #include <chrono>

@@ -1,4 +1,4 @@
-#include "velk/platform/DispatchGroup.h"
+#include "platform/DispatchGroup.h"
 
 #include <cstdio>
 #include <cstdlib>

@@ -1,4 +1,4 @@
-#include "velk/platform/DispatchQueue.h"
+#include "velk/DispatchQueue.h"
 
 #include <utility>
 

@@ -1,4 +1,4 @@
-#include "velk/platform/Error.h"
+#include "velk/Error.h"
 
 #include <utility>
 

@@ -1,12 +1,12 @@
-#include "velk/platform/HKHealthStore.h"
+#include "platform/HKHealthStore.h"
 
 #include <algorithm>
 #include <cstdio>
 #include <cstdlib>
 
-#include "velk/platform/CanonicalUnits.h"
-#include "velk/platform/Device.h"
-#include "velk/platform/HealthDatabase.h"
+#include "platform/CanonicalUnits.h"
+#include "platform/HealthDatabase.h"
+#include "velk/Device.h"
 
 namespace velk::platform {
 namespace {

@@ -1,6 +1,6 @@
-#include "velk/platform/HKObjectType.h"
+#include "platform/HKObjectType.h"
 
-#include "velk/platform/HealthDatabase.h"
+#include "platform/HealthDatabase.h"
 
 namespace velk::platform {
 namespace {

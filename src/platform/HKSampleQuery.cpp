@@ -1,4 +1,4 @@
-#include "velk/platform/HKSampleQuery.h"
+#include "platform/HKSampleQuery.h"
 
 #include <cstdio>
 #include <cstdlib>

@@ -2,8 +2,8 @@
 #include <cstdio>
 #include <cstdlib>
 
-#include "velk/platform/HKStatistics.h"
-#include "velk/platform/HKStatisticsCollectionQuery.h"
+#include "platform/HKStatistics.h"
+#include "platform/HKStatisticsCollectionQuery.h"
 
 namespace velk::platform {
 
@@ -39,11 +39,21 @@ HKStatisticsCollection::HKStatisticsCollection(
       interval_(interval),
       calendar_(timeZone),
       samples_(std::move(samples)),
-      priority_(std::move(priority)) {}
+      priority_(std::move(priority)) {
+  const DateComponents anchorTime = calendar_.components(anchor_);
+  anchorDay_ = DateComponents{anchorTime.year, anchorTime.month, anchorTime.day, {}, {}, {}, {}};
+}
 
 std::optional<Date> HKStatisticsCollection::intervalStart(std::int64_t index) const {
   if (interval_.days > 0) {
-    return calendar_.dateByAddingDays(index * interval_.days, anchor_);
+    // The day's first instant: its midnight, read leniently (the day number rolls over into
+    // other months, a midnight that the clocks skip lies after the gap).
+    DateComponents day = anchorDay_;
+    if (!day.day) {
+      return std::nullopt;  // the calendar could not place the anchor
+    }
+    day.day = *day.day + index * interval_.days;
+    return calendar_.date(day);
   }
   return anchor_.addingTimeInterval(static_cast<double>(index) * interval_.seconds);
 }

@@ -1,4 +1,4 @@
-#include "velk/platform/HKUnit.h"
+#include "platform/HKUnit.h"
 
 #include <array>
 #include <cctype>

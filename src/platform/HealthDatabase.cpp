@@ -1,7 +1,7 @@
-#include "velk/platform/HealthDatabase.h"
+#include "platform/HealthDatabase.h"
 
-#include "velk/platform/Device.h"
-#include "velk/platform/InMemoryHealthDatabase.h"
+#include "platform/InMemoryHealthDatabase.h"
+#include "velk/Device.h"
 
 namespace velk::platform {
 

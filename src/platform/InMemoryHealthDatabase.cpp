@@ -1,11 +1,11 @@
-#include "velk/platform/InMemoryHealthDatabase.h"
+#include "platform/InMemoryHealthDatabase.h"
 
 #include <algorithm>
 #include <cstdio>
 #include <cstdlib>
 #include <limits>
 
-#include "velk/platform/HKObjectType.h"
+#include "platform/HKObjectType.h"
 
 namespace velk::platform {
 

@@ -1,4 +1,4 @@
-#include "velk/platform/InternedString.h"
+#include "platform/InternedString.h"
 
 #include <mutex>
 #include <unordered_set>

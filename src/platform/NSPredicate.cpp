@@ -1,11 +1,11 @@
-#include "velk/platform/NSPredicate.h"
+#include "platform/NSPredicate.h"
 
 #include <algorithm>
 #include <cstdio>
 #include <variant>
 
-#include "velk/platform/HKSample.h"
-#include "velk/platform/StoredSample.h"
+#include "platform/HKSample.h"
+#include "platform/StoredSample.h"
 
 namespace velk::platform {
 

@@ -1,4 +1,4 @@
-#include "velk/platform/SourcePriority.h"
+#include "platform/SourcePriority.h"
 
 #include <algorithm>
 #include <cctype>

@@ -1,6 +1,6 @@
-#include "velk/platform/StoredSample.h"
+#include "platform/StoredSample.h"
 
-#include "velk/platform/CanonicalUnits.h"
+#include "platform/CanonicalUnits.h"
 
 namespace velk::platform {
 

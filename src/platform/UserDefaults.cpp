@@ -1,4 +1,4 @@
-#include "velk/platform/UserDefaults.h"
+#include "platform/UserDefaults.h"
 
 #include <sqlite3.h>
 
@@ -29,21 +29,18 @@ constexpr const char* kUpsert =
     "ON CONFLICT (key) DO UPDATE SET type = excluded.type, value = excluded.value";
 constexpr const char* kDelete = "DELETE FROM defaults WHERE key = ?1";
 
-// Finalizes a statement when it goes out of scope.
-class Statement {
+// Resets a kept statement when the call that steps it ends, however it ends: a statement left
+// mid-step would hold its read transaction open, and this connection would go on seeing the file as
+// it was then, blind to other processes' writes, and hold back the folding of the journal.
+class StatementUse {
  public:
-  Statement(sqlite3* connection, const char* sql)
-      : status_(sqlite3_prepare_v2(connection, sql, -1, &statement_, nullptr)) {}
-  ~Statement() { sqlite3_finalize(statement_); }
-  Statement(const Statement&) = delete;
-  Statement& operator=(const Statement&) = delete;
-
-  bool prepared() const { return status_ == SQLITE_OK; }
-  sqlite3_stmt* get() const { return statement_; }
+  explicit StatementUse(sqlite3_stmt* statement) : statement_(statement) {}
+  ~StatementUse() { sqlite3_reset(statement_); }
+  StatementUse(const StatementUse&) = delete;
+  StatementUse& operator=(const StatementUse&) = delete;
 
  private:
-  sqlite3_stmt* statement_ = nullptr;
-  int status_;
+  sqlite3_stmt* statement_;
 };
 
 void bindText(sqlite3_stmt* statement, int index, const std::string& text) {
@@ -98,13 +95,23 @@ Result<std::shared_ptr<UserDefaults>> UserDefaults::open(const std::filesystem::
       return Opened::failure(openError(name, status, sqlite3_errmsg(connection)));
     }
   }
-  if (!Statement(connection, kUpsert).prepared() || !Statement(connection, kSelect).prepared()) {
-    return Opened::failure(
-        openError(name, sqlite3_errcode(connection), sqlite3_errmsg(connection)));
+  // The statements are prepared once and kept. A table of the same name with other columns fails
+  // here.
+  for (const auto& [sql, statement] :
+       {std::pair{kSelect, &defaults->select_}, std::pair{kUpsert, &defaults->upsert_},
+        std::pair{kDelete, &defaults->delete_}}) {
+    const int status =
+        sqlite3_prepare_v3(connection, sql, -1, SQLITE_PREPARE_PERSISTENT, statement, nullptr);
+    if (status != SQLITE_OK) {
+      return Opened::failure(openError(name, status, sqlite3_errmsg(connection)));
+    }
   }
-  // WAL lets readers in other processes go on while one writes.
+  // WAL lets readers in other processes go on while one writes. With synchronous = NORMAL a commit
+  // is in the journal file, where a crash of the process cannot take it, but reaches the disk only
+  // when the journal is folded into the file: the platform's promise, without a flush per value.
   if (const int status =
-          sqlite3_exec(connection, "PRAGMA journal_mode = WAL", nullptr, nullptr, nullptr);
+          sqlite3_exec(connection, "PRAGMA journal_mode = WAL; PRAGMA synchronous = NORMAL",
+                       nullptr, nullptr, nullptr);
       status != SQLITE_OK) {
     return Opened::failure(openError(name, status, sqlite3_errmsg(connection)));
   }
@@ -124,19 +131,19 @@ UserDefaults::UserDefaults(sqlite3* connection, std::string path)
     : connection_(connection), path_(std::move(path)) {}
 
 UserDefaults::~UserDefaults() {
+  for (sqlite3_stmt* statement : {select_, upsert_, delete_}) {
+    sqlite3_finalize(statement);
+  }
+  // With no statement left the connection closes at once; the last one over the file folds the
+  // journal into it and flushes it to the disk.
   sqlite3_close_v2(connection_);
 }
 
 std::optional<UserDefaults::Stored> UserDefaults::read(const std::string& key) const {
   std::lock_guard lock(mutex_);
-  Statement select(connection_, kSelect);
-  if (!select.prepared()) {
-    std::fprintf(stderr, "velk: user defaults at %s could not read \"%s\": %s\n", path_.c_str(),
-                 key.c_str(), sqlite3_errmsg(connection_));
-    return std::nullopt;
-  }
-  bindText(select.get(), 1, key);
-  const int status = sqlite3_step(select.get());
+  const StatementUse use(select_);
+  bindText(select_, 1, key);
+  const int status = sqlite3_step(select_);
   if (status == SQLITE_DONE) {
     return std::nullopt;
   }
@@ -146,14 +153,14 @@ std::optional<UserDefaults::Stored> UserDefaults::read(const std::string& key) c
     return std::nullopt;
   }
   Stored stored;
-  const auto* type = sqlite3_column_text(select.get(), 0);
+  const auto* type = sqlite3_column_text(select_, 0);
   stored.type = type != nullptr ? reinterpret_cast<const char*>(type) : "";
-  stored.storage = sqlite3_column_type(select.get(), 1);
+  stored.storage = sqlite3_column_type(select_, 1);
   if (stored.storage == SQLITE_FLOAT || stored.storage == SQLITE_INTEGER) {
-    stored.number = sqlite3_column_double(select.get(), 1);
+    stored.number = sqlite3_column_double(select_, 1);
   } else if (stored.storage == SQLITE_TEXT) {
-    const auto* text = sqlite3_column_text(select.get(), 1);
-    const int size = sqlite3_column_bytes(select.get(), 1);
+    const auto* text = sqlite3_column_text(select_, 1);
+    const int size = sqlite3_column_bytes(select_, 1);
     stored.text.assign(reinterpret_cast<const char*>(text), static_cast<std::size_t>(size));
   }
   return stored;
@@ -180,23 +187,19 @@ bool UserDefaults::contains(const std::string& key) const {
   return read(key).has_value();
 }
 
-void UserDefaults::write(const char* action, const std::string& key, const char* sql,
+void UserDefaults::write(const char* action, const std::string& key, sqlite3_stmt* statement,
                          const std::function<void(sqlite3_stmt*)>& bind) {
   std::lock_guard lock(mutex_);
-  Statement statement(connection_, sql);
-  int status = sqlite3_errcode(connection_);
-  if (statement.prepared()) {
-    bind(statement.get());
-    status = sqlite3_step(statement.get());
-  }
-  if (status != SQLITE_DONE) {
+  const StatementUse use(statement);
+  bind(statement);
+  if (sqlite3_step(statement) != SQLITE_DONE) {
     std::fprintf(stderr, "velk: user defaults at %s could not %s \"%s\": %s\n", path_.c_str(),
                  action, key.c_str(), sqlite3_errmsg(connection_));
   }
 }
 
 void UserDefaults::setDate(const std::string& key, Date value) {
-  write("store", key, kUpsert, [&](sqlite3_stmt* statement) {
+  write("store", key, upsert_, [&](sqlite3_stmt* statement) {
     bindText(statement, 1, key);
     bindText(statement, 2, kDateType);
     sqlite3_bind_double(statement, 3, value.timeIntervalSinceReferenceDate());
@@ -204,7 +207,7 @@ void UserDefaults::setDate(const std::string& key, Date value) {
 }
 
 void UserDefaults::setString(const std::string& key, const std::string& value) {
-  write("store", key, kUpsert, [&](sqlite3_stmt* statement) {
+  write("store", key, upsert_, [&](sqlite3_stmt* statement) {
     bindText(statement, 1, key);
     bindText(statement, 2, kStringType);
     bindText(statement, 3, value);
@@ -212,7 +215,7 @@ void UserDefaults::setString(const std::string& key, const std::string& value) {
 }
 
 void UserDefaults::remove(const std::string& key) {
-  write("remove", key, kDelete, [&](sqlite3_stmt* statement) { bindText(statement, 1, key); });
+  write("remove", key, delete_, [&](sqlite3_stmt* statement) { bindText(statement, 1, key); });
 }
 
 }  // namespace velk::platform

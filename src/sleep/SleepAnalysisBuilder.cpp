@@ -1,10 +1,10 @@
-#include "velk/sleep/SleepAnalysisBuilder.h"
+#include "sleep/SleepAnalysisBuilder.h"
 
 #include <cmath>
 #include <cstdint>
 #include <string>
 
-#include "velk/platform/Device.h"
+#include "velk/Device.h"
 
 namespace velk {
 

@@ -1,6 +1,6 @@
-#include "velk/sleep/SleepDataDuration.h"
+#include "sleep/SleepDataDuration.h"
 
-#include "velk/healthstore/TruncatedInteger.h"
+#include "healthstore/TruncatedInteger.h"
 
 namespace velk {
 

@@ -1,8 +1,8 @@
-#include "velk/sleep/SleepDataDurationBuilder.h"
+#include "sleep/SleepDataDurationBuilder.h"
 
 #include <algorithm>
 
-#include "velk/platform/Device.h"
+#include "velk/Device.h"
 
 namespace velk {
 

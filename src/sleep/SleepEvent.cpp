@@ -1,4 +1,4 @@
-#include "velk/sleep/SleepEvent.h"
+#include "sleep/SleepEvent.h"
 
 #include <array>
 #include <utility>

@@ -1,10 +1,10 @@
-#include "velk/sleep/SleepRepository.h"
+#include "sleep/SleepRepository.h"
 
 #include <utility>
 
-#include "velk/documents/SleepDocument.h"
-#include "velk/interface/VelkDateFormatter.h"
-#include "velk/sleep/SleepSummaries.h"
+#include "extraction/VelkDateFormatter.h"
+#include "sleep/SleepSummaries.h"
+#include "velk/SleepDocument.h"
 
 namespace velk {
 

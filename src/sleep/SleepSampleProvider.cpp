@@ -1,9 +1,9 @@
-#include "velk/sleep/SleepSampleProvider.h"
+#include "sleep/SleepSampleProvider.h"
 
 #include <utility>
 
-#include "velk/healthstore/AppleHealthErrors.h"
-#include "velk/platform/HKObjectType.h"
+#include "healthstore/AppleHealthErrors.h"
+#include "platform/HKObjectType.h"
 
 namespace velk {
 

@@ -1,4 +1,4 @@
-#include "velk/sleep/SleepSummaries.h"
+#include "sleep/SleepSummaries.h"
 
 namespace velk {
 

@@ -9,18 +9,18 @@
 
 #include <gtest/gtest.h>
 
+#include "body/VelkBiologicalSexProvider.h"
+#include "body/VelkBodyProvider.h"
+#include "body/VelkHeightProvider.h"
+#include "body/VelkWeightProvider.h"
+#include "extraction/ExtractionLastDateStorage.h"
+#include "healthstore/AppleHealthErrors.h"
+#include "platform/DebugOutput.h"
+#include "platform/HealthDatabase.h"
+#include "platform/InMemoryHealthDatabase.h"
+#include "platform/SampleRecord.h"
 #include "support/StoreFixture.h"
 #include "support/TestDevice.h"
-#include "velk/body/VelkBiologicalSexProvider.h"
-#include "velk/body/VelkBodyProvider.h"
-#include "velk/body/VelkHeightProvider.h"
-#include "velk/body/VelkWeightProvider.h"
-#include "velk/healthstore/AppleHealthErrors.h"
-#include "velk/interface/ExtractionLastDateStorage.h"
-#include "velk/platform/DebugOutput.h"
-#include "velk/platform/HealthDatabase.h"
-#include "velk/platform/InMemoryHealthDatabase.h"
-#include "velk/platform/SampleRecord.h"
 
 namespace velk::testing {
 namespace {

@@ -166,7 +166,7 @@ static void close_from_callback(void* context, const char* json, const velk_erro
 }
 
 static void ask_all_three(session* s, answer* sleep, answer* physical, answer* body) {
-  EXPECT_OK(velk_get_sleep_summay_objc(s->manager, s->day, on_summary, sleep));
+  EXPECT_OK(velk_get_sleep_summary_objc(s->manager, s->day, on_summary, sleep));
   EXPECT_OK(velk_get_physical_summary_objc(s->manager, s->day, on_summary, physical));
   EXPECT_OK(velk_get_body_summary_objc(s->manager, s->day, on_summary, body));
 }
@@ -204,7 +204,7 @@ static void test_bad_arguments(void) {
 
   velk_manager* manager = NULL;
   EXPECT_INVALID(velk_manager_new(NULL, &manager), "device is NULL");
-  EXPECT_INVALID(velk_get_sleep_summay_objc(NULL, 0, on_summary, NULL), "manager is NULL");
+  EXPECT_INVALID(velk_get_sleep_summary_objc(NULL, 0, on_summary, NULL), "manager is NULL");
   int has = 0;
   double date = 0;
   EXPECT_INVALID(velk_get_last_extraction_date(NULL, VELK_BODY_SUMMARY, &has, &date), "manager");
@@ -245,7 +245,7 @@ static void test_bad_arguments(void) {
   EXPECT_OK(velk_device_open(config, &device));
   EXPECT_INVALID(velk_manager_new(device, NULL), "manager_out is NULL");
   EXPECT_OK(velk_manager_new(device, &manager));
-  EXPECT_INVALID(velk_get_sleep_summay_objc(manager, 0, NULL, NULL), "callback is NULL");
+  EXPECT_INVALID(velk_get_sleep_summary_objc(manager, 0, NULL, NULL), "callback is NULL");
   EXPECT_INVALID(velk_get_last_extraction_date(manager, (velk_data_type)7, &has, &date), "kind 7");
   EXPECT_INVALID(velk_get_last_extraction_date_of_body(manager, NULL, &date), "has_date_out");
   EXPECT_INVALID(velk_device_date(device, 2024, 3, 10, 12, 0, 0, NULL), "date_out is NULL");
@@ -299,7 +299,7 @@ static void test_summaries(void) {
   EXPECT_OK(velk_get_last_extraction_date(s.manager, VELK_PHYSICAL_SUMMARY, &has, &date));
   CHECK(has == 1 && date == s.day);
   answer again = {0};
-  EXPECT_OK(velk_get_sleep_summay_objc(s.manager, s.day + 86400, on_summary, &again));
+  EXPECT_OK(velk_get_sleep_summary_objc(s.manager, s.day + 86400, on_summary, &again));
   CHECK(wait_for(&again));
   EXPECT_OK(velk_get_last_extraction_date_of_sleep(s.manager, &has, &date));
   CHECK(has == 1 && date == s.day + 86400);
@@ -317,7 +317,7 @@ static void test_summaries(void) {
 static void test_errors_in_callbacks(void) {
   session s = open_session("{\"health_data_available\": false}", NULL, 0);
   answer unavailable = {0};
-  EXPECT_OK(velk_reques_body_permissions_objc(s.extraction, on_permission, &unavailable));
+  EXPECT_OK(velk_request_body_permissions_objc(s.extraction, on_permission, &unavailable));
   CHECK(atomic_load(&unavailable.calls) == 1 && unavailable.on_main_thread);
   CHECK(unavailable.success == 0);
   CHECK(strcmp(unavailable.error_message, "apple health kit is not avaible un your device") == 0);
@@ -409,7 +409,7 @@ static void test_released_manager(void) {
   hold(&s, &held);
   CHECK(held.success == 0 && !held.on_main_thread && held.error_code == 4);
   CHECK(strcmp(held.error_domain, "com.apple.healthkit") == 0);
-  EXPECT_OK(velk_get_sleep_summay_objc(s.manager, s.day, on_summary, &failed));
+  EXPECT_OK(velk_get_sleep_summary_objc(s.manager, s.day, on_summary, &failed));
   velk_manager_free(s.manager);
   s.manager = NULL;
   atomic_store(&held.open, 1);

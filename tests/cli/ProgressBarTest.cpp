@@ -20,6 +20,10 @@ TEST(ProgressBarTest, RendersProgressAndDrawsOnATerminalAtMostTenTimesASecond) {
       "[########################] 100%  580.0/580.0 MB  1.2M records  8.9 MB/s  done in 1:05");
   EXPECT_EQ(ProgressBar::render({2'500'000, 0, 4'200, false}, 0.5),
             "2.5 MB  4200 records  5.0 MB/s");
+  EXPECT_EQ(ProgressBar::renderDays(250, 1000, 2.0),
+            "[######..................]  25%  250/1000 days  ETA 0:06");
+  EXPECT_EQ(ProgressBar::renderDays(1000, 1000, 8.0),
+            "[########################] 100%  1000/1000 days  done in 0:08");
 
   auto now = std::chrono::steady_clock::time_point{};
   const auto clock = [&now] { return now; };
@@ -36,10 +40,13 @@ TEST(ProgressBarTest, RendersProgressAndDrawsOnATerminalAtMostTenTimesASecond) {
     bar.update({static_cast<std::uint64_t>(i), 100, 0, false});
   }
   bar.update({100, 100, 0, true});  // the last one is always drawn
+  now += std::chrono::milliseconds(5);
+  bar.updateDays(10, 10);  // so is the last day
   bar.finish();
   const std::string text = out.str();
-  EXPECT_EQ(std::count(text.begin(), text.end(), '\r'), 4);  // at 5, 105 and 205 ms, and done
+  EXPECT_EQ(std::count(text.begin(), text.end(), '\r'), 5);  // at 5, 105 and 205 ms, and both ends
   EXPECT_NE(text.find("100%"), std::string::npos);
+  EXPECT_NE(text.find("10/10 days  done"), std::string::npos);
   EXPECT_EQ(text.back(), '\n');
 }
 

@@ -4,14 +4,15 @@
 #include <nlohmann/json.hpp>
 
 #include <algorithm>
+#include <filesystem>
 #include <sstream>
 #include <string>
 #include <tuple>
 #include <vector>
 
 #include "cli/Tool.h"
+#include "platform/DebugOutput.h"
 #include "support/TempDir.h"
-#include "velk/platform/DebugOutput.h"
 
 namespace velk::cli {
 namespace {
@@ -134,6 +135,19 @@ TEST_F(ToolTest, AnEmptyNightAndAStoreError) {
                                              "message": "Authorization not determined"}})"));
   EXPECT_EQ(velk({"last-date"}).lines[0]["velk_last_sleep_date_extraction"],
             "2024-03-10T00:00:00.000+01:00");
+
+  // A table or report of a range passes the error on the same way, and writes no file.
+  const std::vector<std::string> range = {"--from", "2024-03-11", "--to", "2024-03-12"};
+  std::vector<std::string> table = {"table", "all"};
+  table.insert(table.end(), range.begin(), range.end());
+  const ToolRun tableRun = velk(table, failing);
+  EXPECT_EQ(tableRun.status, 3);
+  EXPECT_EQ(tableRun.lines, failed.lines);
+  const auto page = folder_.file("report.html");
+  std::vector<std::string> report = {"report", "-o", page.string()};
+  report.insert(report.end(), range.begin(), range.end());
+  EXPECT_EQ(velk(report, failing).status, 3);
+  EXPECT_FALSE(std::filesystem::exists(page));
 }
 
 // The physical day leaves out hand entries and the first minutes; the body takes the newest weight
@@ -255,7 +269,10 @@ TEST_F(ToolTest, BadInputIsReportedOnStderrWithStatusTwo) {
       {{"--tz", "Mars/Olympus", "last-date"}, "Mars/Olympus"},
       {{"summary", "sleep", "--date", "10/03/2024"}, "10/03/2024"},
       {{"summary", "naps", "--date", "2024-03-10"}, "naps"},
-      {{"summary", "sleep"}, "--date"}};
+      {{"summary", "sleep"}, "--date"},
+      {{"table", "all", "--from", "2024-03-02", "--to", "2024-03-01"}, "--from/--to"},
+      {{"table", "all", "--from", "2024-03-02", "--to", "2024-03-03", "--at", "25:00"}, "--at"},
+      {{"report", "--from", "2024-03-01", "--to", "2024-03-02"}, "--output"}};
   for (const auto& [arguments, part] : cases) {
     const ToolRun run = velk(arguments);
     EXPECT_EQ(run.status, 2) << part;

@@ -13,10 +13,10 @@
 #include <nlohmann/json.hpp>
 
 #include "support/TempDir.h"
-#include "velk/documents/BodyDocument.h"
-#include "velk/documents/Codable.h"
-#include "velk/documents/PhysicalDocument.h"
-#include "velk/documents/SleepDocument.h"
+#include "velk/BodyDocument.h"
+#include "velk/Codable.h"
+#include "velk/PhysicalDocument.h"
+#include "velk/SleepDocument.h"
 
 namespace velk::testing {
 

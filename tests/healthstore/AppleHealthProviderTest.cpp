@@ -2,15 +2,15 @@
 
 #include <cmath>
 
+#include "healthstore/AppleHealthErrors.h"
+#include "healthstore/AppleHealthProvider.h"
+#include "healthstore/ExtractionErrors.h"
+#include "healthstore/HealthDataType.h"
+#include "healthstore/TruncatedInteger.h"
+#include "healthstore/VelkPredicateBuilder.h"
+#include "ingest/StoreFile.h"
 #include "support/StoreFixture.h"
 #include "support/TestDevice.h"
-#include "velk/healthstore/AppleHealthErrors.h"
-#include "velk/healthstore/AppleHealthProvider.h"
-#include "velk/healthstore/ExtractionErrors.h"
-#include "velk/healthstore/HealthDataType.h"
-#include "velk/healthstore/TruncatedInteger.h"
-#include "velk/healthstore/VelkPredicateBuilder.h"
-#include "velk/ingest/StoreFile.h"
 
 namespace velk {
 namespace {
@@ -119,10 +119,10 @@ TEST(AppleHealthProviderTest, SampleQueriesAreNewestFirstAndEmptyIsNotAnError) {
 }
 
 TEST(LibraryErrorsTest, CasesBridgeWithTheirPositionAndPublishedText) {
-  const Error heatlh = makeError(AppleHealthErrors::collectionHeatlhDataNull);
-  EXPECT_EQ(heatlh.domain(), "VelkAppleHealth.AppleHealthErrors");
-  EXPECT_EQ(heatlh.code(), 1);
-  EXPECT_EQ(heatlh.message(), "the apple health data is nil");
+  const Error missingCollection = makeError(AppleHealthErrors::collectionHeatlhDataNull);
+  EXPECT_EQ(missingCollection.domain(), "VelkAppleHealth.AppleHealthErrors");
+  EXPECT_EQ(missingCollection.code(), 1);
+  EXPECT_EQ(missingCollection.message(), "the apple health data is nil");
   EXPECT_EQ(makeError(AppleHealthErrors::healthKitNotavailable).message(),
             "apple health kit is not avaible un your device");
   EXPECT_EQ(makeError(AppleHealthErrors::emptySamples).code(), 5);

@@ -1,7 +1,7 @@
 #include <gtest/gtest.h>
 
+#include "healthstore/VelkPredicateBuilder.h"
 #include "support/TestDevice.h"
-#include "velk/healthstore/VelkPredicateBuilder.h"
 
 namespace velk {
 namespace {

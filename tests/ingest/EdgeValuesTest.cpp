@@ -5,11 +5,11 @@
 
 #include <cmath>
 
+#include "healthstore/VelkPredicateBuilder.h"
+#include "ingest/ExportReader.h"
 #include "ingest/ExportTestSupport.h"
+#include "ingest/StoreFile.h"
 #include "support/TestDevice.h"
-#include "velk/healthstore/VelkPredicateBuilder.h"
-#include "velk/ingest/ExportReader.h"
-#include "velk/ingest/StoreFile.h"
 
 namespace velk::ingest {
 namespace {

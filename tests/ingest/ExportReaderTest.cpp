@@ -1,14 +1,14 @@
-#include "velk/ingest/ExportReader.h"
+#include "ingest/ExportReader.h"
 
 #include <gtest/gtest.h>
 
 #include <set>
 
+#include "ingest/ExportDate.h"
+#include "ingest/ExportErrors.h"
 #include "ingest/ExportTestSupport.h"
 #include "support/TempDir.h"
-#include "velk/ingest/ExportDate.h"
-#include "velk/ingest/ExportErrors.h"
-#include "velk/ingest/SourceIdentifierRule.h"
+#include "velk/SourceIdentifierRule.h"
 
 namespace velk::ingest {
 namespace {

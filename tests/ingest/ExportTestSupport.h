@@ -17,10 +17,10 @@
 #include <tuple>
 #include <vector>
 
+#include "ingest/ExportReader.h"
+#include "ingest/ImportedHealthDatabase.h"
+#include "platform/InMemoryHealthDatabase.h"
 #include "support/TempDir.h"
-#include "velk/ingest/ExportReader.h"
-#include "velk/ingest/ImportedHealthDatabase.h"
-#include "velk/platform/InMemoryHealthDatabase.h"
 
 namespace velk::testing {
 

@@ -5,10 +5,10 @@
 #include <string>
 #include <vector>
 
+#include "ingest/ExportErrors.h"
+#include "ingest/ExportReader.h"
 #include "ingest/ExportTestSupport.h"
 #include "support/TempDir.h"
-#include "velk/ingest/ExportErrors.h"
-#include "velk/ingest/ExportReader.h"
 
 namespace velk::ingest {
 namespace {

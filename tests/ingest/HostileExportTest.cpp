@@ -8,10 +8,10 @@
 #include <nlohmann/json.hpp>
 #include <string>
 
+#include "ingest/ExportErrors.h"
+#include "ingest/ExportReader.h"
 #include "ingest/ExportTestSupport.h"
 #include "support/TempDir.h"
-#include "velk/ingest/ExportErrors.h"
-#include "velk/ingest/ExportReader.h"
 
 namespace velk::ingest {
 namespace {

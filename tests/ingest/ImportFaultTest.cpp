@@ -15,10 +15,10 @@
 #include <thread>
 
 #include "ingest/ExportTestSupport.h"
+#include "ingest/ImportedHealthDatabase.h"
+#include "platform/UserDefaults.h"
 #include "support/TempDir.h"
-#include "velk/ingest/ExportImport.h"
-#include "velk/ingest/ImportedHealthDatabase.h"
-#include "velk/platform/UserDefaults.h"
+#include "velk/ExportImport.h"
 
 namespace velk::ingest {
 namespace {

@@ -6,11 +6,11 @@
 #include <set>
 #include <thread>
 
+#include "ingest/ExportErrors.h"
 #include "ingest/ExportTestSupport.h"
+#include "ingest/ImportedHealthDatabase.h"
 #include "support/TempDir.h"
-#include "velk/ingest/ExportErrors.h"
-#include "velk/ingest/ExportImport.h"
-#include "velk/ingest/ImportedHealthDatabase.h"
+#include "velk/ExportImport.h"
 
 namespace velk::ingest {
 namespace {

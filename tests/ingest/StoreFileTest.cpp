@@ -2,9 +2,9 @@
 
 #include <nlohmann/json.hpp>
 
+#include "ingest/StoreFile.h"
 #include "support/TempDir.h"
 #include "support/TestDevice.h"
-#include "velk/ingest/StoreFile.h"
 
 namespace velk::ingest {
 namespace {

@@ -10,12 +10,13 @@
 #include <thread>
 #include <vector>
 
+#include "extraction/ExtractionLastDateStorage.h"
 #include "support/StoreFixture.h"
 #include "support/TestDevice.h"
-#include "velk/documents/BodyDocument.h"
-#include "velk/documents/PhysicalDocument.h"
-#include "velk/documents/SleepDocument.h"
-#include "velk/interface/VelkExtractionManager.h"
+#include "velk/BodyDocument.h"
+#include "velk/PhysicalDocument.h"
+#include "velk/SleepDocument.h"
+#include "velk/VelkExtractionManager.h"
 
 namespace velk {
 namespace {

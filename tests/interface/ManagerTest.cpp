@@ -7,15 +7,15 @@
 #include <optional>
 #include <string>
 
+#include "healthstore/AppleHealthErrors.h"
+#include "platform/DebugOutput.h"
+#include "sleep/SleepRepository.h"
 #include "sleep/SleepTestStore.h"
 #include "support/StoreFixture.h"
-#include "velk/documents/BodyDocument.h"
-#include "velk/documents/PhysicalDocument.h"
-#include "velk/documents/SleepDocument.h"
-#include "velk/healthstore/AppleHealthErrors.h"
-#include "velk/interface/VelkExtractionManager.h"
-#include "velk/platform/DebugOutput.h"
-#include "velk/sleep/SleepRepository.h"
+#include "velk/BodyDocument.h"
+#include "velk/PhysicalDocument.h"
+#include "velk/SleepDocument.h"
+#include "velk/VelkExtractionManager.h"
 
 namespace velk {
 namespace {

@@ -7,12 +7,13 @@
 
 #include <gtest/gtest.h>
 
+#include "healthstore/AppleHealthErrors.h"
+#include "healthstore/HealthDataType.h"
+#include "platform/DebugOutput.h"
+#include "platform/InMemoryHealthDatabase.h"
 #include "support/StoreFixture.h"
 #include "support/TestDevice.h"
-#include "velk/healthstore/AppleHealthErrors.h"
-#include "velk/interface/VelkPermissionExtraction.h"
-#include "velk/platform/DebugOutput.h"
-#include "velk/platform/InMemoryHealthDatabase.h"
+#include "velk/VelkPermissionExtraction.h"
 
 namespace velk::testing {
 namespace {

@@ -2,6 +2,7 @@
 // truncated, what a failed read costs, what one provider remembers between requests, and requests
 // that overlap on one provider (the concurrency suite runs under ThreadSanitizer).
 
+#include <array>
 #include <future>
 #include <memory>
 #include <string>
@@ -12,14 +13,15 @@
 #include <gtest/gtest.h>
 #include <nlohmann/json.hpp>
 
+#include "healthstore/AppleHealthErrors.h"
+#include "physical/VelkHRVProvider.h"
+#include "physical/VelkHeartRateProvider.h"
+#include "physical/VelkPhysicalProvider.h"
+#include "platform/DebugOutput.h"
+#include "platform/HealthDatabase.h"
 #include "support/StoreFixture.h"
 #include "support/TestDevice.h"
-#include "velk/documents/PhysicalDocument.h"
-#include "velk/healthstore/AppleHealthErrors.h"
-#include "velk/physical/VelkHRVProvider.h"
-#include "velk/physical/VelkHeartRateProvider.h"
-#include "velk/physical/VelkPhysicalProvider.h"
-#include "velk/platform/DebugOutput.h"
+#include "velk/PhysicalDocument.h"
 
 namespace velk::testing {
 namespace {
@@ -171,6 +173,21 @@ TEST(PhysicalProviderTest, OneFailingEnergyTypeNullsBothCalorieKeys) {
   }
 }
 
+TEST(PhysicalProviderDeathTest, ActivePlusBasalBeyondTheIntegerRangeStops) {
+  GTEST_FLAG_SET(death_test_style, "threadsafe");  // the store answers on threads of its own
+  // Each day sum fits in 64 bits; their total does not, and is never wrapped around.
+  EXPECT_DEATH(
+      {
+        PhysicalStore store(R"({"samples": [
+            {"type": "HKQuantityTypeIdentifierActiveEnergyBurned", "start": "2024-03-10T10:00:00Z", "end": "2024-03-10T11:00:00Z", "value": 5e18},
+            {"type": "HKQuantityTypeIdentifierBasalEnergyBurned", "start": "2024-03-10T10:00:00Z", "end": "2024-03-10T11:00:00Z", "value": 5e18}
+          ]})");
+        auto provider = std::make_shared<VelkPhysicalProvider>();
+        store.request(*provider, utcDate(2024, 3, 10, 12));
+      },
+      "overflow");
+}
+
 TEST(PhysicalProviderTest, LaterFailedReadsReportTheEarlierValues) {
   // Steps and heart rate on the 10th only; resting heart rate on the 11th only.
   PhysicalStore store(R"({"samples": [
@@ -200,25 +217,60 @@ TEST(PhysicalProviderTest, LaterFailedReadsReportTheEarlierValues) {
   EXPECT_TRUE(third.daily["distance_data"]["steps_per_day_number"].is_null());
 }
 
-TEST(PhysicalProviderTest, DateInTheFirstHourCountsTheSameDay) {
-  // For 00:30 the statistics' anchor is 00:30 itself, so the day meets two intervals. Each read
-  // must still answer once, with the day's sum, whichever piece holds the samples: here the steps
-  // lie in both pieces, the active energy only in the later one, the basal only in the earlier.
-  PhysicalStore store(R"({"samples": [
-      {"type": "HKQuantityTypeIdentifierStepCount", "start": "2024-03-10T00:10:00+01:00", "end": "2024-03-10T00:20:00+01:00", "value": 100},
-      {"type": "HKQuantityTypeIdentifierStepCount", "start": "2024-03-10T10:00:00+01:00", "end": "2024-03-10T10:30:00+01:00", "value": 200},
-      {"type": "HKQuantityTypeIdentifierActiveEnergyBurned", "start": "2024-03-10T10:00:00+01:00", "end": "2024-03-10T10:30:00+01:00", "value": 300},
-      {"type": "HKQuantityTypeIdentifierBasalEnergyBurned", "start": "2024-03-10T00:10:00+01:00", "end": "2024-03-10T00:20:00+01:00", "value": 40}
+TEST(PhysicalProviderTest, DaySumsCoverTheCalendarDayWhateverTheHourAsked) {
+  // A day's sums run from its first instant to the next day's first instant; a sample across
+  // either midnight counts with the share of its time inside; each sum is truncated once.
+  struct Day {
+    int month, day;
+    std::vector<std::array<int, 3>> timesAsked;  // local hour, minute, second
+    int steps, active, basal;
+  };
+  const auto expectDays = [](PhysicalStore& store, const std::vector<Day>& days) {
+    for (const Day& day : days) {
+      for (const auto& [hour, minute, second] : day.timesAsked) {
+        auto provider = std::make_shared<VelkPhysicalProvider>();
+        const auto answer = store.request(
+            *provider, store.device().localDate(2024, day.month, day.day, hour, minute, second));
+        const json& calories = answer.daily["calories_data"];
+        const std::string asked =
+            std::to_string(day.day) + " at " + std::to_string(hour) + ":" + std::to_string(minute);
+        EXPECT_EQ(answer.daily["distance_data"]["steps_per_day_number"], day.steps) << asked;
+        EXPECT_EQ(calories["calories_net_active_kilocalories"], day.active) << asked;
+        EXPECT_EQ(calories["calories_basal_metabolic_rate_kilocalories"], day.basal) << asked;
+      }
+    }
+  };
+  // Europe/Berlin, 10 March 2024. Steps: 100 of the 700 from 23:00 the day before to 00:10,
+  // 100.6, and 100 of the 600 from 23:50 to 00:50 the day after: 300.6. Active: 100.7 + 200.7.
+  // Basal: half of the 1,440.9 from noon to noon the next day.
+  PhysicalStore berlin(R"({"samples": [
+      {"type": "HKQuantityTypeIdentifierStepCount", "start": "2024-03-09T23:00:00+01:00", "end": "2024-03-10T00:10:00+01:00", "value": 700},
+      {"type": "HKQuantityTypeIdentifierStepCount", "start": "2024-03-10T10:00:00+01:00", "end": "2024-03-10T10:10:00+01:00", "value": 100.6},
+      {"type": "HKQuantityTypeIdentifierStepCount", "start": "2024-03-10T23:50:00+01:00", "end": "2024-03-11T00:50:00+01:00", "value": 600},
+      {"type": "HKQuantityTypeIdentifierActiveEnergyBurned", "start": "2024-03-10T00:10:00+01:00", "end": "2024-03-10T00:20:00+01:00", "value": 100.7},
+      {"type": "HKQuantityTypeIdentifierActiveEnergyBurned", "start": "2024-03-10T10:00:00+01:00", "end": "2024-03-10T10:20:00+01:00", "value": 200.7},
+      {"type": "HKQuantityTypeIdentifierBasalEnergyBurned", "start": "2024-03-10T12:00:00+01:00", "end": "2024-03-11T12:00:00+01:00", "value": 1440.9}
     ]})",
-                      "Europe/Berlin");
-  for (const Date date : {store.device().localDate(2024, 3, 10, 0, 30),
-                          store.device().localDate(2024, 3, 10, 8, 30)}) {
-    auto provider = std::make_shared<VelkPhysicalProvider>();
-    const auto answer = store.request(*provider, date);
-    EXPECT_EQ(answer.daily["distance_data"]["steps_per_day_number"], 300);
-    EXPECT_EQ(answer.daily["calories_data"]["calories_net_active_kilocalories"], 300);
-    EXPECT_EQ(answer.daily["calories_data"]["calories_basal_metabolic_rate_kilocalories"], 40);
-  }
+                       "Europe/Berlin");
+  const std::vector<std::array<int, 3>> allDay{{0, 0, 30}, {0, 30, 0}, {0, 59, 0},
+                                               {8, 30, 0}, {12, 0, 0}, {23, 59, 0}};
+  expectDays(berlin, {{3, 10, allDay, 300, 301, 720}});
+  // America/Santiago skips the midnight after 7 September 2024: that day has 23 hours, and the
+  // 8th begins at 01:00 (-03:00), the moment that was 00:00 (-04:00). The 7th: 100 of the 700,
+  // 600.9, 100 of the 600 that runs an hour to 00:50 (-04:00) = 01:50 (-03:00); active 40.4 of
+  // the 60.6 across its first midnight and 15.15 of the 30.3 across its last; basal 12 of the 23
+  // hours of 48.9. The 8th: the rest of those three.
+  PhysicalStore santiago(R"({"samples": [
+      {"type": "HKQuantityTypeIdentifierStepCount", "start": "2024-09-06T23:00:00-04:00", "end": "2024-09-07T00:10:00-04:00", "value": 700},
+      {"type": "HKQuantityTypeIdentifierStepCount", "start": "2024-09-07T10:00:00-04:00", "end": "2024-09-07T10:10:00-04:00", "value": 600.9},
+      {"type": "HKQuantityTypeIdentifierStepCount", "start": "2024-09-07T23:50:00-04:00", "end": "2024-09-08T01:50:00-03:00", "value": 600},
+      {"type": "HKQuantityTypeIdentifierActiveEnergyBurned", "start": "2024-09-06T23:50:00-04:00", "end": "2024-09-07T00:20:00-04:00", "value": 60.6},
+      {"type": "HKQuantityTypeIdentifierActiveEnergyBurned", "start": "2024-09-07T23:30:00-04:00", "end": "2024-09-08T01:30:00-03:00", "value": 30.3},
+      {"type": "HKQuantityTypeIdentifierBasalEnergyBurned", "start": "2024-09-07T12:00:00-04:00", "end": "2024-09-08T12:00:00-03:00", "value": 48.9}
+    ]})",
+                         "America/Santiago");
+  expectDays(santiago, {{9, 7, {{0, 0, 30}, {0, 30, 0}, {12, 0, 0}, {23, 59, 0}}, 800, 55, 25},
+                        {9, 8, {{1, 30, 0}, {12, 0, 0}}, 500, 15, 23}});
 }
 
 TEST(HeartRateProviderTest, ExtremesStartFromZeroAndOneThousand) {
@@ -277,6 +329,28 @@ TEST(HeartRateProviderTest, EachKindFailsOnItsOwn) {
   EXPECT_TRUE(first.error().isSameInstance(second.error()));
 }
 
+TEST(HeartRateProviderTest, ASampleOfAnotherKindEmptiesTheHeartRatesWhileHRVSkipsIt) {
+  // A category sample stored under the heart-rate type makes the whole list unusable, so the day
+  // has no heart rate although a 70 bpm sample is there; HRV leaves the odd entry out and
+  // averages the rest.
+  PhysicalStore store(R"({"samples": [
+      {"type": "HKQuantityTypeIdentifierHeartRate", "start": "2024-03-10T09:00:00Z", "end": "2024-03-10T09:00:00Z", "value": 70},
+      {"type": "HKQuantityTypeIdentifierHeartRate", "kind": "category", "start": "2024-03-10T10:00:00Z", "end": "2024-03-10T10:00:00Z", "value": 1},
+      {"type": "HKQuantityTypeIdentifierHeartRateVariabilitySDNN", "start": "2024-03-10T03:00:00Z", "end": "2024-03-10T03:00:00Z", "value": 40},
+      {"type": "HKQuantityTypeIdentifierHeartRateVariabilitySDNN", "kind": "category", "start": "2024-03-10T04:00:00Z", "end": "2024-03-10T04:00:00Z", "value": 99},
+      {"type": "HKQuantityTypeIdentifierHeartRateVariabilitySDNN", "start": "2024-03-10T05:00:00Z", "end": "2024-03-10T05:00:00Z", "value": 45}
+    ]})");
+  const Date date = utcDate(2024, 3, 10, 12);
+  auto heartRate = std::make_shared<VelkHeartRateProvider>();
+  const auto rate = read<VelkHeartRateData>(*heartRate, &VelkHeartRateProvider::getHeartRate, date);
+  ASSERT_TRUE(rate.isFailure());
+  EXPECT_TRUE(errorIs(rate.error(), AppleHealthErrors::emptySamples));
+  auto hrv = std::make_shared<VelkHRVProvider>();
+  const auto variability = read<VelkHRVData>(*hrv, &VelkHRVProvider::getHRV, date);
+  ASSERT_TRUE(variability.isSuccess());
+  EXPECT_EQ(variability.value().avgValue, 42.5);  // 99 counted would make it 61.3
+}
+
 TEST(HeartRateProviderTest, UnknownTypeFailsBeforeAnyQuery) {
   PhysicalStore store(R"({"unknown_types": ["HKQuantityTypeIdentifierRestingHeartRate"]})");
   auto provider = std::make_shared<VelkHeartRateProvider>();
@@ -286,6 +360,31 @@ TEST(HeartRateProviderTest, UnknownTypeFailsBeforeAnyQuery) {
   // Answered on the caller's thread, before the call returned.
   ASSERT_TRUE(answer.has_value());
   EXPECT_TRUE(errorIs(answer->error(), AppleHealthErrors::sampleTypeNotAvailable));
+}
+
+TEST(HeartRateProviderConcurrencyTest, AReleasedSampleProviderDropsHeartRateButHRVAnswersEmpty) {
+  // The day has both kinds of samples. Each sample provider is released while its query waits
+  // behind the store's queue: the heart-rate answer is dropped, the HRV one arrives empty, which
+  // the HRV provider reports as emptySamples.
+  PhysicalStore store(kFullDay);
+  auto heartRate = std::make_shared<VelkHeartRateProvider>();
+  auto hrv = std::make_shared<VelkHRVProvider>();
+  Completions<Result<VelkHeartRateData>> rates;
+  Completions<Result<VelkHRVData>> variabilities;
+  platform::DispatchQueue& storeQueue =
+      *platform::HealthDatabase::ofCurrentDevice()->callbackQueue();
+  {
+    QueueGate gate(storeQueue);
+    heartRate->getHeartRate(utcDate(2024, 3, 10, 12), rates.completion());
+    hrv->getHRV(utcDate(2024, 3, 10, 12), variabilities.completion());
+    heartRate->velkHrSampleProvider.reset();
+    hrv->hrvSampleProvider.reset();
+  }
+  drainQueue(storeQueue);
+  EXPECT_TRUE(rates.values().empty());
+  ASSERT_EQ(variabilities.values().size(), 1u);
+  ASSERT_TRUE(variabilities.values()[0].isFailure());
+  EXPECT_TRUE(errorIs(variabilities.values()[0].error(), AppleHealthErrors::emptySamples));
 }
 
 TEST(PhysicalProviderConcurrencyTest, OverlappingRequestsEachCompleteOnce) {

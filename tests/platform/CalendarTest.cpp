@@ -1,7 +1,7 @@
 #include <gtest/gtest.h>
 
 #include "support/TestDevice.h"
-#include "velk/platform/Calendar.h"
+#include "velk/Calendar.h"
 
 namespace velk::platform {
 namespace {

@@ -5,9 +5,9 @@
 #include <thread>
 #include <vector>
 
+#include "platform/DateFormatter.h"
 #include "support/TestDevice.h"
-#include "velk/platform/Calendar.h"
-#include "velk/platform/DateFormatter.h"
+#include "velk/Calendar.h"
 
 namespace velk::platform {
 namespace {

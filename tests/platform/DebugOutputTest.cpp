@@ -1,4 +1,4 @@
-#include "velk/platform/DebugOutput.h"
+#include "platform/DebugOutput.h"
 
 #include <thread>
 #include <vector>

@@ -5,8 +5,8 @@
 #include <thread>
 #include <vector>
 
-#include "velk/platform/DispatchGroup.h"
-#include "velk/platform/DispatchQueue.h"
+#include "platform/DispatchGroup.h"
+#include "velk/DispatchQueue.h"
 
 namespace velk::platform {
 namespace {

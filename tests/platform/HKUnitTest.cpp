@@ -2,8 +2,8 @@
 
 #include <string>
 
-#include "velk/platform/HKQuantity.h"
-#include "velk/platform/HKUnit.h"
+#include "platform/HKQuantity.h"
+#include "platform/HKUnit.h"
 
 namespace velk::platform {
 namespace {

@@ -4,11 +4,11 @@
 #include <string>
 #include <thread>
 
+#include "platform/HKHealthStore.h"
+#include "platform/HKObjectType.h"
+#include "platform/HealthDatabase.h"
 #include "support/StoreFixture.h"
 #include "support/TestDevice.h"
-#include "velk/platform/HKHealthStore.h"
-#include "velk/platform/HKObjectType.h"
-#include "velk/platform/HealthDatabase.h"
 
 namespace velk::platform {
 namespace {
@@ -165,9 +165,11 @@ TEST(StatisticsTest, ProratesOverTheDeviceCalendarsDaysAndYieldsEmptyOnesWithout
     EXPECT_FALSE(days[2].sum);                              // no data: no sum, not 0
   }
   testing::TestDevice device({.timeZone = "Europe/Berlin", .healthDatabase = database});
-  // Anchored at 30 March, so that the days before it count backwards from the anchor.
-  const auto days = dailySums(kEnergy, HKUnit::kilocalorieUnit(), device.localDate(2024, 3, 30),
-                              device.localDate(2024, 3, 10), device.localDate(2024, 3, 31, 12));
+  // Anchored at 00:30 on 30 March: the days before it count backwards from the anchor's day, and
+  // each is a calendar day from midnight to midnight, whatever the anchor's time of day.
+  const auto days =
+      dailySums(kEnergy, HKUnit::kilocalorieUnit(), device.localDate(2024, 3, 30, 0, 30),
+                device.localDate(2024, 3, 10), device.localDate(2024, 3, 31, 12));
   ASSERT_EQ(days.size(), 22u);
   EXPECT_EQ(days.front().start, device.localDate(2024, 3, 10));
   EXPECT_EQ(days.back().start, device.localDate(2024, 3, 31));

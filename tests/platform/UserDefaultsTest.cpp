@@ -1,13 +1,16 @@
 #include <gtest/gtest.h>
 #include <sqlite3.h>
+#include <sys/wait.h>
+#include <unistd.h>
 
+#include <csignal>
 #include <fstream>
 #include <sstream>
 #include <thread>
 #include <vector>
 
+#include "platform/UserDefaults.h"
 #include "support/TempDir.h"
-#include "velk/platform/UserDefaults.h"
 
 namespace velk::platform {
 namespace {
@@ -78,6 +81,41 @@ TEST(UserDefaultsTest, AFileOfAnotherProgramOrUnderAFileIsRefusedAndLeftAlone) {
   EXPECT_EQ(contents(), before);
   // A parent "folder" that is a file cannot hold the store.
   EXPECT_FALSE(UserDefaults::open(folder.write("blocker", "file") / "defaults.sqlite").isSuccess());
+}
+
+// A value is safe once set: a process killed right after setting it loses nothing, and an
+// instance that another process holds open (and has read through) sees the new value.
+TEST(UserDefaultsTest, AValueSetSurvivesAKilledProcessAndReachesInstancesHeldOpen) {
+  TempDir folder;
+  const auto path = folder.file("defaults.sqlite");
+  // The child is forked before this process opens the file, so that it inherits no connection,
+  // and waits on the pipe until the parent's instance has written and read.
+  int go[2];
+  ASSERT_EQ(::pipe(go), 0);
+  const pid_t child = ::fork();
+  ASSERT_GE(child, 0);
+  if (child == 0) {
+    ::close(go[1]);
+    char byte = 0;
+    if (::read(go[0], &byte, 1) == 1) {
+      if (auto opened = UserDefaults::open(path); opened.isSuccess()) {
+        opened.value()->setDate("k", at(2));
+      }
+    }
+    ::raise(SIGKILL);
+  }
+  ::close(go[0]);
+  auto held = openOrFail(path);
+  held->setDate("k", at(1));
+  EXPECT_EQ(held->date("k"), at(1));
+  EXPECT_EQ(::write(go[1], "!", 1), 1);
+  ::close(go[1]);
+  int status = 0;
+  ASSERT_EQ(::waitpid(child, &status, 0), child);
+  ASSERT_TRUE(WIFSIGNALED(status) && WTERMSIG(status) == SIGKILL);
+  EXPECT_EQ(held->date("k"), at(2));
+  held.reset();
+  EXPECT_EQ(openOrFail(path)->date("k"), at(2));
 }
 
 // Instances over one path see each other's writes at once (none keeps a stale copy), and the

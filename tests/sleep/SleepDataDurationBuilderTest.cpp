@@ -3,8 +3,8 @@
 #include <limits>
 #include <vector>
 
+#include "sleep/SleepDataDurationBuilder.h"
 #include "support/TestDevice.h"
-#include "velk/sleep/SleepDataDurationBuilder.h"
 
 namespace velk {
 namespace {

@@ -1,13 +1,14 @@
 #include <gtest/gtest.h>
 
 #include <string>
+#include <utility>
 #include <vector>
 
+#include "healthstore/AppleHealthErrors.h"
+#include "platform/HealthDatabase.h"
+#include "sleep/SleepRepository.h"
 #include "sleep/SleepTestStore.h"
-#include "velk/documents/SleepDocument.h"
-#include "velk/healthstore/AppleHealthErrors.h"
-#include "velk/platform/HealthDatabase.h"
-#include "velk/sleep/SleepRepository.h"
+#include "velk/SleepDocument.h"
 
 namespace velk {
 namespace {
@@ -75,6 +76,9 @@ TEST(SleepRepositoryTest, TheNightRunsTwentyFourHoursBackFromTheDaysNoonAcrossCl
 }
 
 TEST(SleepRepositoryTest, HealthAppSamplesOnlyStagesFromSystem16AndOverlapsCountedTwice) {
+  // Values outside the stages, 6 and -1, are dropped; if either counted, the night would end
+  // later. The deep sample from 01:00 to 02:00 is stored the wrong way round (end before start)
+  // and still counts its hour.
   Json manual = sleepSample(4, "2024-03-10T04:00:00Z", "2024-03-10T05:00:00Z");
   manual["metadata"] = {{"HKWasUserEntered", true}};
   const Json storeFile = {
@@ -86,14 +90,22 @@ TEST(SleepRepositoryTest, HealthAppSamplesOnlyStagesFromSystem16AndOverlapsCount
         sleepSample(5, "2024-03-10T02:00:00Z", "2024-03-10T02:30:00Z"),
         sleepSample(2, "2024-03-10T02:30:00Z", "2024-03-10T02:40:00Z"),
         sleepSample(1, "2024-03-10T03:00:00Z", "2024-03-10T03:10:00Z"),
-        sleepSample(6, "2024-03-10T03:10:00Z", "2024-03-10T03:20:00Z"),  // no such value
+        sleepSample(6, "2024-03-10T03:10:00Z", "2024-03-10T03:20:00Z"),
+        sleepSample(-1, "2024-03-10T03:20:00Z", "2024-03-10T03:30:00Z"),
         sleepSample(3, "2024-03-10T03:10:00Z", "2024-03-10T05:10:00Z", "com.sleepcycle.app"),
         sleepSample(3, "2024-03-10T03:10:00Z", "2024-03-10T05:10:00Z", "com.apple.Health"),
         manual}}};
+  const auto reverseTheDeepHour = [](ingest::StoreFileContents& contents) {
+    for (platform::SampleRecord& sample : contents.samples) {
+      if (sample.value == 4 && sample.start == testing::utcDate(2024, 3, 10, 1)) {
+        std::swap(sample.start, sample.end);
+      }
+    }
+  };
   const Date date = testing::utcDate(2024, 3, 10, 8, 30);
   const Date end = testing::utcDate(2024, 3, 10, 3, 10);
   {
-    testing::SleepTestStore store(storeFile, {.osVersion = {16, 0, 0}});
+    testing::SleepTestStore store(storeFile, {.osVersion = {16, 0, 0}}, reverseTheDeepHour);
     const SleepResult result = requestSleep(date);
     EXPECT_EQ(nightOf(result), (SleepDurationRelatedData{testing::utcDate(2024, 3, 9, 22), end, end,
                                                          7200 + 3600 + 1800 + 600, 2 * 28800, 7200,
@@ -128,13 +140,62 @@ TEST(SleepRepositoryTest, NoListOrAListWithAForeignKindGivesNoDocumentButMovesTh
   }
 }
 
-TEST(SleepRepositoryTest, AnUnknownSleepTypeFailsOnTheCallersThreadAndLeavesTheDateAlone) {
+// A repository that notes what the last-date storage holds when it builds the document; its
+// requests note the same when they complete. All of it happens on the store's queue.
+class WatchedRepository : public SleepRepository {
+ public:
+  using Events = std::vector<std::pair<std::string, std::optional<Date>>>;
+
+  static std::shared_ptr<WatchedRepository> make() {
+    return std::shared_ptr<WatchedRepository>(new WatchedRepository());
+  }
+  void buildSleepData(const std::optional<Samples>& samples,
+                      const Completion& completion) const override {
+    events.emplace_back("build", storedSleepDate());
+    SleepRepository::buildSleepData(samples, completion);
+  }
+  /// One request, waited for: the events it caused, the completion's last.
+  std::pair<SleepResult, Events> request(Date date) {
+    return testing::firstAnswer<std::pair<SleepResult, Events>>([&](auto done) {
+      getSleepData(date, [this, done](SleepResult result) {
+        events.emplace_back("completion", storedSleepDate());
+        done({std::move(result), events});
+      });
+    });
+  }
+
+  mutable Events events;
+};
+
+TEST(SleepRepositoryTest, ASuccessStoresTheDateBuildsThenCompletesAFailureKeepsTheEarlierDate) {
+  const Date earlier = testing::utcDate(2024, 3, 1, 9);
+  const Date date = testing::utcDate(2024, 3, 10, 8, 30);
+  {
+    testing::SleepTestStore store(
+        Json{{"samples", {sleepSample(1, "2024-03-10T01:00:00Z", "2024-03-10T02:00:00Z")}}});
+    ExtractionLastDateStorage().storeLastDate(earlier, VelkDataType::sleepSummary);
+    const auto [result, events] = WatchedRepository::make()->request(date);
+    EXPECT_EQ(nightOf(result).sleepDurationSeconds, 3600);
+    EXPECT_EQ(events, (WatchedRepository::Events{{"build", date}, {"completion", date}}));
+  }
+  {
+    // The store's error comes back as it is; nothing is built or stored.
+    testing::SleepTestStore store(
+        Json{{"query_errors", {{kSleepType, {{"code", 4}, {"message", "locked"}}}}}});
+    ExtractionLastDateStorage().storeLastDate(earlier, VelkDataType::sleepSummary);
+    const auto [result, events] = WatchedRepository::make()->request(date);
+    ASSERT_TRUE(result.isFailure());
+    EXPECT_EQ(result.error().code(), 4);
+    EXPECT_EQ(events, (WatchedRepository::Events{{"completion", earlier}}));
+  }
+  // A type the store does not know fails at once, on the caller's thread.
   testing::SleepTestStore store(Json{{"unknown_types", {kSleepType}}});
+  ExtractionLastDateStorage().storeLastDate(earlier, VelkDataType::sleepSummary);
   testing::Completions<SleepResult> completions;
-  SleepRepository::make()->getSleepData(testing::utcDate(2024, 3, 10), completions.completion());
+  SleepRepository::make()->getSleepData(date, completions.completion());
   ASSERT_EQ(completions.values().size(), 1u);
   EXPECT_TRUE(errorIs(completions.values()[0].error(), AppleHealthErrors::sampleTypeNotAvailable));
-  EXPECT_EQ(storedSleepDate(), std::nullopt);
+  EXPECT_EQ(storedSleepDate(), earlier);
 }
 
 // Releases the repository while the store's queue is held, so that the answer comes after.

@@ -9,9 +9,9 @@
 
 #include <nlohmann/json.hpp>
 
+#include "ingest/StoreFile.h"
 #include "support/StoreFixture.h"
 #include "support/TestDevice.h"
-#include "velk/ingest/StoreFile.h"
 
 namespace velk::testing {
 

@@ -2,7 +2,7 @@
 
 #include <gtest/gtest.h>
 
-#include "velk/ingest/StoreFile.h"
+#include "ingest/StoreFile.h"
 
 namespace velk::testing {
 

@@ -15,9 +15,9 @@
 #include <thread>
 #include <vector>
 
-#include "velk/platform/DispatchQueue.h"
-#include "velk/platform/HKHealthStore.h"
-#include "velk/platform/InMemoryHealthDatabase.h"
+#include "platform/HKHealthStore.h"
+#include "platform/InMemoryHealthDatabase.h"
+#include "velk/DispatchQueue.h"
 
 namespace velk::testing {
 

@@ -5,7 +5,7 @@
 #include <stdexcept>
 #include <utility>
 
-#include "velk/platform/Calendar.h"
+#include "velk/Calendar.h"
 
 namespace velk::testing {
 

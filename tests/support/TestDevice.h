@@ -23,11 +23,11 @@
 #include <string>
 #include <vector>
 
+#include "platform/UserDefaults.h"
 #include "support/TempDir.h"
-#include "velk/platform/Date.h"
-#include "velk/platform/Device.h"
-#include "velk/platform/DispatchQueue.h"
-#include "velk/platform/UserDefaults.h"
+#include "velk/Date.h"
+#include "velk/Device.h"
+#include "velk/DispatchQueue.h"
 
 namespace velk {
 /// Lets test failures show dates as seconds since the reference moment.

@@ -1,0 +1,55 @@
+// Imports a health export into an import database (ImportedHealthDatabase).
+//
+// The export is streamed through the export reader into a new database file beside the target
+// ("<target>.importing"), which then takes the target's place in one rename. An import that
+// fails or is interrupted leaves the previous database as it was; importing again replaces the
+// whole content. Damage inside the export that still lets it be read arrives as warnings in the
+// summary's report, exactly as the reader found it.
+#pragma once
+
+#include <cstdint>
+#include <filesystem>
+#include <functional>
+#include <string>
+
+#include "velk/ExportReport.h"
+#include "velk/Result.h"
+#include "velk/SourceIdentifierRule.h"
+
+namespace velk::ingest {
+
+struct ImportOptions {
+  /// How each record's source gets the bundle identifier that the sleep summary filters on.
+  SourceIdentifierRule sources;
+};
+
+/// How far an import has come, for a progress display.
+struct ImportProgress {
+  std::uint64_t bytesRead = 0;   ///< bytes of export XML read so far
+  std::uint64_t totalBytes = 0;  ///< the XML's size when known beforehand, else 0
+  std::uint64_t records = 0;     ///< sample records stored so far
+  bool finished = false;         ///< the last report, once everything is stored
+};
+
+/// Called on the importing thread, after each part of the export is stored.
+using ImportProgressHandler = std::function<void(const ImportProgress&)>;
+
+struct ImportSummary {
+  ExportReport report;
+  std::string exportDescription;  ///< the file (and archive entry) that was read
+  std::uint64_t samplesStored = 0;
+  /// Quantity records whose unit names no unit: no query could convert them, so they are not
+  /// stored (a warning for the user).
+  std::uint64_t samplesWithoutUnit = 0;
+  std::uint64_t xmlBytes = 0;
+  bool characteristicsFound = false;
+};
+
+/// Reads the export at `exportPath` (export.zip or its XML) into a database at `databasePath`,
+/// replacing any database there only when the import has succeeded.
+Result<ImportSummary> importExport(const std::filesystem::path& exportPath,
+                                   const std::filesystem::path& databasePath,
+                                   const ImportOptions& options = {},
+                                   const ImportProgressHandler& progress = {});
+
+}  // namespace velk::ingest

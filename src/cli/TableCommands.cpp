@@ -1,0 +1,142 @@
+#include "cli/TableCommands.h"
+
+#include <nlohmann/json.hpp>
+
+#include <algorithm>
+#include <filesystem>
+#include <fstream>
+#include <optional>
+#include <sstream>
+#include <utility>
+
+#include "cli/Commands.h"
+#include "cli/Instant.h"
+#include "cli/ProgressBar.h"
+#include "cli/Tool.h"
+#include "platform/DebugOutput.h"
+#include "report/DayReport.h"
+#include "velk/Calendar.h"
+#include "velk/DayTable.h"
+#include "velk/Device.h"
+#include "velk/TableFormats.h"
+
+namespace velk::cli {
+namespace {
+
+// The library's debug output of a whole range, one line per distinct line with its count: a
+// store without weight samples says so for every day, which is one fact, not a thousand.
+void printDebugOutput(const std::string& text, std::ostream& err) {
+  std::vector<std::pair<std::string, int>> lines;
+  std::istringstream in(text);
+  for (std::string line; std::getline(in, line);) {
+    auto seen = std::find_if(lines.begin(), lines.end(),
+                             [&line](const auto& each) { return each.first == line; });
+    if (seen == lines.end()) {
+      lines.emplace_back(line, 1);
+    } else {
+      ++seen->second;
+    }
+  }
+  for (const auto& [line, count] : lines) {
+    err << line << (count > 1 ? " (" + std::to_string(count) + " times)" : "") << "\n";
+  }
+}
+
+// The table of `kinds` over the request's range, with the progress bar on a terminal. On failure
+// the message or error result is printed and the exit status returned.
+struct Built {
+  std::optional<table::DayTable> table;
+  int status = kExitSuccess;
+};
+
+Built buildTable(const TableRequest& request, const std::vector<VelkDataType>& kinds,
+                 std::ostream& out, std::ostream& err) {
+  auto range = parseDayRange(request.from, request.to, request.at, platform::Calendar::current());
+  if (range.isFailure()) {
+    err << "velk: " << range.error().message() << "\n";
+    return {std::nullopt, kExitBadInput};
+  }
+  auto made = [&] {
+    // The debug output waits until the progress line is done with.
+    platform::DebugOutputCapture debugOutput;
+    ProgressBar progress(err, ProgressBar::stderrIsTerminal());
+    auto table = table::makeDayTable(
+        range.value(), kinds,
+        [&progress](std::size_t done, std::size_t total) { progress.updateDays(done, total); });
+    progress.finish();
+    printDebugOutput(debugOutput.text(), err);
+    return table;
+  }();
+  if (made.isSuccess()) {
+    return {std::move(made).value(), kExitSuccess};
+  }
+  const Error& error = made.error();
+  if (error.domain() == table::kTableErrorDomain) {
+    const bool badRange = error.code() == static_cast<std::int64_t>(table::TableError::badRange);
+    err << "velk: " << (badRange ? "--from/--to: " : "") << error.message() << "\n";
+    return {std::nullopt, badRange ? kExitBadInput : kExitFailure};
+  }
+  printErrorResult(error, out);
+  return {std::nullopt, kExitErrorResult};
+}
+
+}  // namespace
+
+int runTable(const TableRequest& request, std::ostream& out, std::ostream& err) {
+  const auto kinds = table::kindsFromNames(request.kinds);
+  if (!kinds) {
+    err << "velk: table: the kinds are sleep, physical, body or all\n";
+    return kExitBadInput;
+  }
+  const Built built = buildTable(request, *kinds, out, err);
+  if (!built.table) {
+    return built.status;
+  }
+  if (request.format == "ndjson") {
+    table::writeNdjson(*built.table, out);
+  } else {
+    table::writeCsv(*built.table, out);
+  }
+  return kExitSuccess;
+}
+
+int runReport(const TableRequest& request, std::ostream& out, std::ostream& err) {
+  namespace fs = std::filesystem;
+  const Built built = buildTable(request, *table::kindsFromNames({"all"}), out, err);
+  if (!built.table) {
+    return built.status;
+  }
+  // Written beside the target and renamed when whole, so a failed write leaves the file that was
+  // there before.
+  const fs::path target = request.output;
+  fs::path partial = target;
+  partial += ".partial";
+  {
+    std::ofstream file(partial, std::ios::binary | std::ios::trunc);
+    report::writeReport(*built.table, platform::Device::current()->timeZone(), file);
+    file.close();
+    if (!file) {
+      err << "velk: report: cannot write " << target.string()
+          << " (its folder must exist and be writable)\n";
+      std::error_code ignored;
+      fs::remove(partial, ignored);
+      return kExitBadInput;
+    }
+  }
+  std::error_code renamed;
+  fs::rename(partial, target, renamed);
+  if (renamed) {
+    err << "velk: report: cannot write " << target.string() << ": " << renamed.message() << "\n";
+    std::error_code ignored;
+    fs::remove(partial, ignored);
+    return kExitBadInput;
+  }
+  out << nlohmann::json{{"report", target.string()},
+                        {"days", built.table->rows.size()},
+                        {"bytes", fs::file_size(target)}}
+             .dump()
+      << "\n";
+  return kExitSuccess;
+}
+
+}  // namespace velk::cli

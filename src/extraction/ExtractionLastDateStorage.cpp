@@ -1,0 +1,33 @@
+#include "extraction/ExtractionLastDateStorage.h"
+
+#include <cstdio>
+#include <cstdlib>
+#include <string>
+
+#include "velk/Device.h"
+
+namespace velk {
+namespace {
+
+std::shared_ptr<platform::UserDefaults> standardUserDefaults() {
+  auto defaults = platform::Device::current()->userDefaults();
+  if (!defaults) {
+    std::fputs("velk: the installed platform::Device has no user defaults\n", stderr);
+    std::abort();
+  }
+  return defaults;
+}
+
+}  // namespace
+
+ExtractionLastDateStorage::ExtractionLastDateStorage() : defualts(standardUserDefaults()) {}
+
+std::optional<Date> ExtractionLastDateStorage::readLastDate(VelkDataType kind) const {
+  return defualts->date(std::string(rawValue(kind)));
+}
+
+void ExtractionLastDateStorage::storeLastDate(Date date, VelkDataType kind) const {
+  defualts->setDate(std::string(rawValue(kind)), date);
+}
+
+}  // namespace velk

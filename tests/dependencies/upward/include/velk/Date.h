@@ -1,0 +1,2 @@
+// A front header of the platform.
+#pragma once
