@@ -199,7 +199,8 @@ std::optional<Term> atom(std::string_view name) {
 }
 
 // Recursive descent over: quotient := product ('/' product)?; product := power (('*'|'·') power)*;
-// power := primary ('^' integer)?; primary := name | '(' quotient ')'.
+// power := primary ('^' integer)?; primary := name | '(' quotient ')'. Parentheses nest at most
+// kMaxNesting deep, so that a hostile text cannot exhaust the stack.
 class UnitParser {
  public:
   explicit UnitParser(std::string_view text) : text_(text) {}
@@ -218,6 +219,7 @@ class UnitParser {
 
  private:
   static constexpr std::string_view kMiddleDot = "\xC2\xB7";
+  static constexpr int kMaxNesting = 8;  // real units nest one or two deep
 
   bool consume(std::string_view token) {
     if (text_.substr(pos_, token.size()) == token) {
@@ -282,7 +284,11 @@ class UnitParser {
   std::optional<Term> primary() {
     if (consume("(")) {
       standalone_ = false;
+      if (++nesting_ > kMaxNesting) {
+        return std::nullopt;
+      }
       auto inner = quotient();
+      --nesting_;
       if (!inner || !consume(")")) {
         return std::nullopt;
       }
@@ -310,6 +316,7 @@ class UnitParser {
 
   std::string_view text_;
   std::size_t pos_ = 0;
+  int nesting_ = 0;
   bool standalone_ = true;
 };
 

@@ -1,5 +1,7 @@
 #include <gtest/gtest.h>
 
+#include <string>
+
 #include "platform/HKQuantity.h"
 #include "platform/HKUnit.h"
 
@@ -46,6 +48,11 @@ TEST(HKUnitTest, RejectsTextsThatNameNoUnitAndTellsDimensionsApart) {
   for (const char* text : {"", "kilograms", "count/", "(kg", "degC/min", "kcount", "m^", "k"}) {
     EXPECT_FALSE(HKUnit::unitFromString(text)) << text;
   }
+  // Parentheses nest a few levels deep, not as deep as a hostile text goes (a million levels
+  // once overflowed the stack).
+  EXPECT_DOUBLE_EQ(unit("((g))/(((min)))").convert(60.0, unit("g/s")), 1.0);
+  const std::size_t deep = 1'000'000;
+  EXPECT_FALSE(HKUnit::unitFromString(std::string(deep, '(') + "kg" + std::string(deep, ')')));
   EXPECT_FALSE(unit("kg").isCompatible(HKUnit::countUnit()));
   EXPECT_FALSE(unit("count/min").isCompatible(HKUnit::countUnit()));
   EXPECT_TRUE(unit("kcal").isCompatible(unit("J")));
