@@ -52,7 +52,9 @@ TEST(HKUnitTest, RejectsTextsThatNameNoUnitAndTellsDimensionsApart) {
   // once overflowed the stack).
   EXPECT_DOUBLE_EQ(unit("((g))/(((min)))").convert(60.0, unit("g/s")), 1.0);
   const std::size_t deep = 1'000'000;
-  EXPECT_FALSE(HKUnit::unitFromString(std::string(deep, '(') + "kg" + std::string(deep, ')')));
+  std::string nested(deep, '(');
+  nested.append("kg").append(deep, ')');
+  EXPECT_FALSE(HKUnit::unitFromString(nested));
   EXPECT_FALSE(unit("kg").isCompatible(HKUnit::countUnit()));
   EXPECT_FALSE(unit("count/min").isCompatible(HKUnit::countUnit()));
   EXPECT_TRUE(unit("kcal").isCompatible(unit("J")));
