@@ -7,6 +7,7 @@
 #include <string>
 #include <vector>
 
+#include "cli/GlobalOptions.h"
 #include "velk/Error.h"
 
 namespace velk::cli {
@@ -29,7 +30,6 @@ int runSummary(const SummaryRequest& request, std::ostream& out, std::ostream& e
 int runPermissions(const std::string& family, std::ostream& out, std::ostream& err);
 
 /// `velk import EXPORT --db FILE`: needs no device; `global` gives --db and --sources.
-struct GlobalOptions;
 int runImport(const std::string& exportPath, const GlobalOptions& global, std::ostream& out,
               std::ostream& err);
 

@@ -13,10 +13,10 @@
 #include "cli/Instant.h"
 #include "cli/ProgressBar.h"
 #include "cli/Tool.h"
-#include "platform/DebugOutput.h"
 #include "report/DayReport.h"
 #include "velk/Calendar.h"
 #include "velk/DayTable.h"
+#include "velk/DebugOutput.h"
 #include "velk/Device.h"
 #include "velk/TableFormats.h"
 
@@ -60,9 +60,11 @@ Built buildTable(const TableRequest& request, const std::vector<VelkDataType>& k
     // The debug output waits until the progress line is done with.
     platform::DebugOutputCapture debugOutput;
     ProgressBar progress(err, ProgressBar::stderrIsTerminal());
-    auto table = table::makeDayTable(
-        range.value(), kinds,
-        [&progress](std::size_t done, std::size_t total) { progress.updateDays(done, total); });
+    auto table =
+        table::makeDayTable(range.value(), kinds, [&progress](std::size_t done, std::size_t total) {
+          progress.updateDays(done, total);
+          return true;
+        });
     progress.finish();
     printDebugOutput(debugOutput.text(), err);
     return table;

@@ -3,7 +3,8 @@
 // phone this is the console that the platform's debugPrint writes to; here it is stderr.
 //
 // Every write is one whole line, made under a lock, so that lines written from different queues
-// never interleave. A host or a test can collect the output instead with DebugOutputCapture.
+// never interleave. A host or a test can collect the output instead with DebugOutputCapture (the
+// tool folds a range's repeated lines into one, the Python package hands them to its logger).
 #pragma once
 
 #include <memory>
