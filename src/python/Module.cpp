@@ -46,7 +46,6 @@ class PendingPythonError {
     }
     return true;
   }
-  bool raised() const { return error_.has_value(); }
   // Raises the kept error; call with the GIL held.
   void rethrowIfRaised() {
     if (error_) {
@@ -93,26 +92,6 @@ struct DebugOutputToLogger {
 };
 
 using LibraryCall = py::call_guard<DebugOutputToLogger, py::gil_scoped_release>;
-
-ingest::DeviceOptions deviceOptions(
-    std::optional<std::string> tz, std::optional<std::string> language,
-    std::optional<std::string> now, std::string osVersion, std::optional<std::string> state,
-    std::optional<std::string> store, std::optional<std::string> exportPath,
-    std::optional<std::string> db, std::optional<std::string> sources,
-    std::vector<std::string> sourcePriority) {
-  ingest::DeviceOptions options;
-  options.timeZone = std::move(tz);
-  options.language = std::move(language);
-  options.now = std::move(now);
-  options.osVersion = std::move(osVersion);
-  options.statePath = std::move(state);
-  options.storePath = std::move(store);
-  options.exportPath = std::move(exportPath);
-  options.databasePath = std::move(db);
-  options.sourcesPath = std::move(sources);
-  options.sourcePriority = std::move(sourcePriority);
-  return options;
-}
 
 std::string table(const NativeDevice& device, double first, double last, int hour, int minute,
                   const std::vector<std::string>& kinds) {
@@ -224,10 +203,17 @@ PYBIND11_MODULE(_velk, module) {
                       std::optional<std::string> state, std::optional<std::string> store,
                       std::optional<std::string> exportPath, std::optional<std::string> db,
                       std::optional<std::string> sources, std::vector<std::string> sourcePriority) {
-            const auto options = deviceOptions(
-                std::move(tz), std::move(language), std::move(now), std::move(osVersion),
-                std::move(state), std::move(store), std::move(exportPath), std::move(db),
-                std::move(sources), std::move(sourcePriority));
+            velk::ingest::DeviceOptions options;
+            options.timeZone = std::move(tz);
+            options.language = std::move(language);
+            options.now = std::move(now);
+            options.osVersion = std::move(osVersion);
+            options.statePath = std::move(state);
+            options.storePath = std::move(store);
+            options.exportPath = std::move(exportPath);
+            options.databasePath = std::move(db);
+            options.sourcesPath = std::move(sources);
+            options.sourcePriority = std::move(sourcePriority);
             py::gil_scoped_release release;  // an export is read here
             return std::make_shared<NativeDevice>(options);
           }),
@@ -236,7 +222,7 @@ PYBIND11_MODULE(_velk, module) {
           py::arg("source_priority"))
       .def_property_readonly("time_zone", &NativeDevice::timeZone)
       .def_property_readonly("warnings", &NativeDevice::warnings)
-      .def("instant", &NativeDevice::instant, py::arg("text"))
+      .def("instant", &NativeDevice::instant, py::arg("text"), LibraryCall())
       .def("day_moments", &NativeDevice::dayMoments, py::arg("first"), py::arg("last"),
            py::arg("hour"), py::arg("minute"), LibraryCall())
       .def("summaries", &NativeDevice::summaries, py::arg("kinds"), py::arg("moment"),

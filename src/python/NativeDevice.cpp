@@ -1,5 +1,6 @@
 #include "NativeDevice.h"
 
+#include <array>
 #include <chrono>
 #include <future>
 #include <sstream>
@@ -109,7 +110,7 @@ void NativeDevice::close() {
 }
 
 std::optional<double> NativeDevice::instant(const std::string& text) const {
-  device();  // a closed device answers nothing
+  const HostLease lease(device());
   const auto moment = ingest::parseInstant(text, platform::Calendar(timeZone_));
   if (!moment) {
     return std::nullopt;

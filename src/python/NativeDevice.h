@@ -36,7 +36,8 @@ struct Failure {
 
 /// The device installed for one call, and the process-wide lock that keeps calls apart. Calls on
 /// one thread may nest (a progress callback that asks again). What the library writes to its
-/// debug output meanwhile is kept for takeDebugOutput().
+/// debug output meanwhile is kept for takeDebugOutput(). Take a lease only without the GIL: a
+/// thread that holds one may wait for the GIL (its progress callback calls Python).
 class HostLease {
  public:
   explicit HostLease(std::shared_ptr<const platform::Device> device);

@@ -79,7 +79,7 @@ def to_pandas(rows: Sequence[Dict[str, Any]],
             data[column.name] = pd.Series(values, dtype="boolean")
         elif column.type == "datetime":
             zone = next((value.tzinfo for value in values if value is not None), None)
-            moments = pd.to_datetime([value for value in values], utc=True)
+            moments = pd.to_datetime(values, utc=True)
             data[column.name] = pd.Series(moments.tz_convert(zone) if zone else moments)
         else:
             data[column.name] = pd.Series(values, dtype="string")
