@@ -4,9 +4,9 @@
 // run by that user (the system's zone and language, a state file in the user's state folder).
 //
 // Every host that lets a user describe the device builds it here, so that an option means the
-// same in all of them. Errors come back as makeConfiguredDevice gives them (kDeviceConfiguration-
-// Domain, or a data source's own error); deviceOptionOf() says which option a fault is about, so
-// that each host can name it in its own spelling ("--tz" or "tz=").
+// same in all of them. Errors come back as makeConfiguredDevice gives them (in
+// kDeviceConfigurationDomain, or a data source's own error); deviceOptionOf() says which option a
+// fault is about, so that each host can name it in its own spelling ("--tz" or "tz=").
 #pragma once
 
 #include <optional>
