@@ -1,9 +1,10 @@
 /*
  * Prints the three summary documents (sleep, physical, body) of one day of an Apple Health export,
- * using the C interface of libvelk.
+ * or of a database made from one by `velk import`, using the C interface of libvelk.
  *
- *   print_day EXPORT TIME_ZONE YYYY-MM-DD
+ *   print_day EXPORT|DATABASE TIME_ZONE YYYY-MM-DD
  *   print_day data/sample/watch5-2020/export.xml Africa/Johannesburg 2020-04-13
+ *   print_day ~/.local/share/velk/health.sqlite Africa/Johannesburg 2020-04-13
  *
  * Build: cc print_day.c $(pkg-config --cflags --libs velk)
  *
@@ -64,9 +65,21 @@ static int failed(velk_error* error, const char* what) {
   return 1;
 }
 
+/* Whether the file is an SQLite database (a `velk import`) rather than an export. */
+static int is_database(const char* path) {
+  char header[16] = {0};
+  FILE* file = fopen(path, "rb");
+  if (file == NULL) {
+    return 0; /* the export reader says what is wrong with it */
+  }
+  const size_t got = fread(header, 1, sizeof header, file);
+  fclose(file);
+  return got == sizeof header && memcmp(header, "SQLite format 3", 16) == 0;
+}
+
 int main(int argc, char** argv) {
   if (argc != 4) {
-    fprintf(stderr, "usage: print_day EXPORT TIME_ZONE YYYY-MM-DD\n");
+    fprintf(stderr, "usage: print_day EXPORT|DATABASE TIME_ZONE YYYY-MM-DD\n");
     return 2;
   }
   int year = 0, month = 0, day = 0;
@@ -76,7 +89,9 @@ int main(int argc, char** argv) {
   }
 
   velk_config* config = velk_config_new();
-  if (config == NULL || failed(velk_config_set_export(config, argv[1]), "export") ||
+  if (config == NULL ||
+      (is_database(argv[1]) ? failed(velk_config_set_database(config, argv[1]), "database")
+                            : failed(velk_config_set_export(config, argv[1]), "export")) ||
       failed(velk_config_set_time_zone(config, argv[2]), "time zone")) {
     velk_config_free(config);
     return 1;

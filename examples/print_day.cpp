@@ -1,8 +1,9 @@
 // Prints the three summary documents (sleep, physical, body) of one day of an Apple Health export,
-// using the C++ front of the library (libvelk++).
+// or of a database made from one by `velk import`, using the C++ front of the library (libvelk++).
 //
-//   print_day_cpp EXPORT TIME_ZONE YYYY-MM-DD
+//   print_day_cpp EXPORT|DATABASE TIME_ZONE YYYY-MM-DD
 //   print_day_cpp data/sample/watch5-2020/export.xml Africa/Johannesburg 2020-04-13
+//   print_day_cpp ~/.local/share/velk/health.sqlite Africa/Johannesburg 2020-04-13
 //
 // Build with CMake: find_package(VelkAppleHealth), then link VelkAppleHealth::velk++ (C++20).
 //
@@ -16,10 +17,12 @@
 #include <array>
 #include <chrono>
 #include <cstdio>
+#include <fstream>
 #include <iostream>
 #include <mutex>
 #include <optional>
 #include <string>
+#include <string_view>
 
 namespace {
 
@@ -29,11 +32,20 @@ struct Document {
   std::optional<std::string> error{};
 };
 
+// Whether the file is an SQLite database (a `velk import`) rather than an export.
+bool isDatabase(const char* path) {
+  std::ifstream file(path, std::ios::binary);
+  std::array<char, 16> header{};
+  file.read(header.data(), header.size());
+  return file && std::string_view(header.data(), header.size()) ==
+                     std::string_view("SQLite format 3\0", 16);
+}
+
 }  // namespace
 
 int main(int argc, char** argv) {
   if (argc != 4) {
-    std::cerr << "usage: print_day_cpp EXPORT TIME_ZONE YYYY-MM-DD\n";
+    std::cerr << "usage: print_day_cpp EXPORT|DATABASE TIME_ZONE YYYY-MM-DD\n";
     return 2;
   }
   int year = 0, month = 0, day = 0;
@@ -43,9 +55,9 @@ int main(int argc, char** argv) {
   }
 
   velk::ingest::DeviceConfiguration configuration;
-  configuration.exportPath = argv[1];
+  (isDatabase(argv[1]) ? configuration.databasePath : configuration.exportPath) = argv[1];
   configuration.timeZone = argv[2];
-  auto configured = velk::ingest::makeConfiguredDevice(configuration);  // reads the export now
+  auto configured = velk::ingest::makeConfiguredDevice(configuration);  // reads the data now
   if (configured.isFailure()) {
     std::cerr << "print_day_cpp: open: " << configured.error().message() << "\n";
     return 1;

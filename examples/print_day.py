@@ -1,9 +1,11 @@
 #!/usr/bin/env python3
 """Prints the three summary documents (sleep, physical, body) of one day of an Apple Health export,
-through the C interface of libvelk, with nothing but the standard library (ctypes).
+or of a database made from one by `velk import`, through the C interface of libvelk, with nothing
+but the standard library (ctypes).
 
-    print_day.py EXPORT TIME_ZONE YYYY-MM-DD
+    print_day.py EXPORT|DATABASE TIME_ZONE YYYY-MM-DD
     print_day.py data/sample/watch5-2020/export.xml Africa/Johannesburg 2020-04-13
+    print_day.py ~/.local/share/velk/health.sqlite Africa/Johannesburg 2020-04-13
 
 The library is found through VELK_LIBRARY (a path to libvelk.so), else the system's library path.
 
@@ -43,6 +45,7 @@ def load_library():
         "velk_config_new": (HANDLE, []),
         "velk_config_free": (None, [HANDLE]),
         "velk_config_set_export": (ERROR, [HANDLE, ctypes.c_char_p]),
+        "velk_config_set_database": (ERROR, [HANDLE, ctypes.c_char_p]),
         "velk_config_set_time_zone": (ERROR, [HANDLE, ctypes.c_char_p]),
         "velk_config_set_main_queue_thread": (ERROR, [HANDLE, ctypes.c_int]),
         "velk_device_open": (ERROR, [HANDLE, ctypes.POINTER(HANDLE)]),
@@ -70,17 +73,27 @@ def check(library, error):
         raise LibraryError(text)
 
 
+def is_database(path):
+    """Whether the file is an SQLite database (a `velk import`) rather than an export."""
+    try:
+        with open(path, "rb") as file:
+            return file.read(16) == b"SQLite format 3\0"
+    except OSError:
+        return False  # the export reader says what is wrong with it
+
+
 def main():
     if len(sys.argv) != 4:
-        sys.exit("usage: print_day.py EXPORT TIME_ZONE YYYY-MM-DD")
-    export, zone, day = sys.argv[1], sys.argv[2], sys.argv[3]
+        sys.exit("usage: print_day.py EXPORT|DATABASE TIME_ZONE YYYY-MM-DD")
+    source, zone, day = sys.argv[1], sys.argv[2], sys.argv[3]
     year, month, date_of_month = (int(part) for part in day.split("-"))
 
     velk = load_library()
     config = velk.velk_config_new()
     device = HANDLE()
     try:
-        check(velk, velk.velk_config_set_export(config, export.encode()))
+        set_source = velk.velk_config_set_database if is_database(source) else velk.velk_config_set_export
+        check(velk, set_source(config, source.encode()))
         check(velk, velk.velk_config_set_time_zone(config, zone.encode()))
         check(velk, velk.velk_config_set_main_queue_thread(config, 1))
         check(velk, velk.velk_device_open(config, ctypes.byref(device)))

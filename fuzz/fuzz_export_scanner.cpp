@@ -54,13 +54,17 @@ std::string describe(const ChunkResult& result) {
         << describeVariant<std::int64_t>(result.characteristics->biologicalSex) << '\n';
   }
   const auto& report = result.report;
-  out << "read " << report.recordsRead << " skipped " << report.correlationRecordsSkipped << '\n';
+  out << "read " << report.recordsRead << " skipped " << report.correlationRecordsSkipped
+      << " unread " << report.unreadCategoryRecordsSkipped << '\n';
   for (std::size_t i = 0; i < velk::ingest::kExportIssueCount; ++i) {
     const auto& entry = report.entry(static_cast<ExportIssue>(i));
     out << "issue " << i << " x" << entry.count << " at";
     for (const auto line : entry.firstLines)
       out << ' ' << line;
-    out << ": " << entry.firstDetail << '\n';
+    out << ':';
+    for (const auto& detail : entry.details)
+      out << ' ' << detail.text << " x" << detail.count << ';';
+    out << '\n';
   }
   return out.str();
 }

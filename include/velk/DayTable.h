@@ -78,6 +78,9 @@ std::vector<Column> columnsOf(const std::vector<VelkDataType>& kinds);
 /// of first mention. Absent when a name is none of "sleep", "physical", "body", "all".
 std::optional<std::vector<VelkDataType>> kindsFromNames(const std::vector<std::string>& names);
 
+/// The name of `kind` that kindsFromNames reads: "sleep", "physical" or "body".
+std::string_view kindName(VelkDataType kind);
+
 /// A run of calendar days in the device's zone, both ends included, every day asked at the same
 /// local time. Noon is the usual time: the night that ends on the day is complete then, and no
 /// DST change falls on it.

@@ -3,10 +3,15 @@
 // phone this is the console that the platform's debugPrint writes to; here it is stderr.
 //
 // Every write is one whole line, made under a lock, so that lines written from different queues
-// never interleave. A host or a test can collect the output instead with DebugOutputCapture (the
-// tool folds a range's repeated lines into one, the Python package hands them to its logger).
+// never interleave. A host can take the lines itself (setDebugOutputHandler; the C interface's
+// velk_set_debug_output; the Python package hands them to its logger), and a test can collect
+// them with DebugOutputCapture.
+//
+// It is also the library's one way out for a programming error: fatalError() writes its line here
+// and stops the process.
 #pragma once
 
+#include <functional>
 #include <memory>
 #include <string>
 #include <string_view>
@@ -31,6 +36,20 @@ void debugPrint(std::string_view text);
 
 /// Writes the debug form of `error`, followed by a line break.
 void debugPrint(const Error& error);
+
+/// Stops the process for a programming error of the library or its host (a broken invariant, a
+/// contract that a caller did not keep): writes "velk: fatal error: <message>" through the debug
+/// output, and to stderr too when the debug output goes elsewhere (what a capture collected ends
+/// with the process), then aborts.
+[[noreturn]] void fatalError(std::string_view message);
+
+/// Called with each line of the debug output (without its line break), on the thread that writes
+/// it, one line at a time.
+using DebugOutputHandler = std::function<void(std::string_view line)>;
+
+/// Sends the debug output to `handler` from now on; an empty handler sends it back to stderr.
+/// An active DebugOutputCapture still collects first.
+void setDebugOutputHandler(DebugOutputHandler handler);
 
 /// While it lives, everything written to the debug output is collected here instead of going to
 /// stderr. Captures nest: the newest one collects, and the one before it resumes when it ends.

@@ -51,7 +51,8 @@ std::optional<DeviceOption> deviceOptionOf(const Error& error);
 /// The moment that `text` names, local forms read in `calendar`'s zone; absent when it names none:
 ///
 ///   2024-03-10T08:30:00+01:00, 2024-03-10T07:30:00.250Z   ISO 8601 with an offset or Z
-///   2024-03-10T08:30, 2024-03-10T08:30:00                 a local date and time
+///   2024-03-10 08:30:00 +0100                             a date as exports write it
+///   2024-03-10T08:30, 2024-03-10 08:30:00                 a local date and time
 ///   2024-03-10                                            a bare date: local midnight
 ///
 /// A local time that a DST gap skips is read after the gap.

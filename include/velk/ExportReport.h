@@ -30,15 +30,24 @@ class ExportReport {
   /// How many first occurrences keep their line number.
   static constexpr std::size_t kFirstLines = 5;
 
+  /// How many distinct details (values at fault, parser messages) keep their count.
+  static constexpr std::size_t kDetails = 5;
+
+  struct Detail {
+    std::string text;  ///< e.g. `HKQuantityTypeIdentifierHeartRate "abc"`, a parser message
+    std::uint64_t count = 0;
+  };
+
   struct Entry {
     std::uint64_t count = 0;
     std::vector<std::uint64_t> firstLines;
-    std::string firstDetail;  ///< e.g. the XML parser's message for the first occurrence
+    std::vector<Detail> details;  ///< the first distinct details, in file order
   };
 
   /// True while the next occurrence of `issue` would still keep its line: callers use it to
   /// skip the cost of finding a line number that would be dropped.
   bool wantsLine(ExportIssue issue) const { return entry(issue).firstLines.size() < kFirstLines; }
+  /// Counts one occurrence at `line` (kept while wantsLine) with its `detail`, if any.
   void note(ExportIssue issue, std::uint64_t line, std::string_view detail = {});
   /// Adds `count` occurrences at once, e.g. replaced characters counted in bulk.
   void noteMany(ExportIssue issue, std::uint64_t count);
@@ -50,12 +59,16 @@ class ExportReport {
   std::uint64_t count(ExportIssue issue) const { return entry(issue).count; }
   bool hasWarnings() const;
 
-  /// One readable line per kind of damage found, for stderr.
+  /// One readable line per kind of damage found, for stderr: "12 x unknown category values,
+  /// skipped (first at lines 4, 9): HKCategoryTypeIdentifierSleepAnalysis \"Napping\" (12)".
   std::vector<std::string> warningLines() const;
 
   std::uint64_t recordsRead = 0;
   /// Records inside Correlation elements, which exports also write at top level.
   std::uint64_t correlationRecordsSkipped = 0;
+  /// Category records of types that no summary reads whose value is missing or unknown: left
+  /// out without a warning, since nothing the library reports is lost.
+  std::uint64_t unreadCategoryRecordsSkipped = 0;
 
  private:
   Entry& mutableEntry(ExportIssue issue) { return entries_[static_cast<std::size_t>(issue)]; }

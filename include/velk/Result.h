@@ -1,7 +1,9 @@
 // A two-way outcome handed to completions: success with a value, or failure with an Error.
+// Operations that give back nothing on success return a Status (Result<void>).
 #pragma once
 
 #include <cassert>
+#include <optional>
 #include <utility>
 #include <variant>
 
@@ -36,5 +38,27 @@ class Result {
   Result(std::in_place_index_t<I> index, V&& v) : state_(index, std::forward<V>(v)) {}
   std::variant<T, Error> state_;
 };
+
+/// The outcome of an operation that gives back nothing: success, or failure with an Error.
+template <>
+class Result<void> {
+ public:
+  static Result success() { return Result(std::nullopt); }
+  static Result failure(Error error) { return Result(std::move(error)); }
+
+  bool isSuccess() const { return !error_.has_value(); }
+  bool isFailure() const { return error_.has_value(); }
+
+  const Error& error() const {
+    assert(isFailure());
+    return *error_;
+  }
+
+ private:
+  explicit Result(std::optional<Error> error) : error_(std::move(error)) {}
+  std::optional<Error> error_;
+};
+
+using Status = Result<void>;
 
 }  // namespace velk

@@ -131,6 +131,17 @@ VELK_API void velk_error_free(velk_error* error);
 /** The library's version, "MAJOR.MINOR.PATCH". Static storage. */
 VELK_API const char* velk_version(void);
 
+/** A line of the debug output, without its line break; it lives until the callback returns. */
+typedef void (*velk_debug_callback)(void* context, const char* line);
+
+/** Sends the library's debug output to `callback` (NULL: back to stderr, where it goes at first).
+ * The debug output holds the few lines the library writes outside any callback: a failed read
+ * inside the physical or body summary, a permission request on a device without health data,
+ * and, last of all, "velk: fatal error: ..." when a programming error stops the process (that line
+ * goes to stderr as well). The callback runs on the thread that writes, one line at a time, and
+ * must not call this interface. Process-wide; safe to call from any thread. */
+VELK_API void velk_set_debug_output(velk_debug_callback callback, void* context);
+
 /** The three summary kinds. */
 typedef enum velk_data_type {
   VELK_SLEEP_SUMMARY = 0,

@@ -13,6 +13,7 @@
 
 #include <memory>
 #include <optional>
+#include <vector>
 
 #include "body/VelkBiologicalSexProvider.h"
 #include "body/VelkBirthProvider.h"
@@ -20,6 +21,7 @@
 #include "body/VelkHeightProvider.h"
 #include "body/VelkWeightProvider.h"
 #include "extraction/ExtractionLastDateStorage.h"
+#include "platform/DispatchGroup.h"
 #include "velk/Date.h"
 #include "velk/Result.h"
 #include "velk/SummaryOwners.h"
@@ -45,6 +47,14 @@ class VelkBodyProvider final : public BodySummaryOwner,
   void setBirthDate(const Result<std::optional<Date>>& result);
 
  private:
+  // The date of birth and the biological sex, read on this thread inside `group`.
+  void readCharacteristics(platform::DispatchGroup& group);
+  // The newest weight and height up to `date`, read on the store's queue; each leaves `group`
+  // when it has answered.
+  void readMeasurements(Date date, platform::DispatchGroup& group);
+  void setWeightSamples(std::vector<VelkWeightSample> samples);
+  void setHeightSamples(std::vector<VelkHeightSample> samples);
+
   // Built in this order and never replaced. The readers are shared so that their store answers can
   // hold them weakly.
   std::shared_ptr<VelkBirthProvider> birdhtProvider;

@@ -3,10 +3,13 @@
 #include <cmath>
 #include <limits>
 #include <optional>
+#include <string>
+#include <string_view>
 
 #include "Guarded.h"
 #include "Handles.h"
 #include "velk/Calendar.h"
+#include "velk/DebugOutput.h"
 
 #ifndef VELK_VERSION_TEXT
 #error "the build defines VELK_VERSION_TEXT"
@@ -35,6 +38,17 @@ extern "C" {
 
 const char* velk_version(void) {
   return VELK_VERSION_TEXT;
+}
+
+void velk_set_debug_output(velk_debug_callback callback, void* context) {
+  if (callback == nullptr) {
+    velk::platform::setDebugOutputHandler({});
+    return;
+  }
+  velk::platform::setDebugOutputHandler([callback, context](std::string_view line) {
+    const std::string text(line);
+    callback(context, text.c_str());
+  });
 }
 
 velk_error* velk_device_open(const velk_config* config, velk_device** device_out) {

@@ -3,6 +3,7 @@
 #include <nlohmann/json.hpp>
 
 #include <algorithm>
+#include <filesystem>
 #include <memory>
 
 #include "cli/GlobalOptions.h"
@@ -26,19 +27,32 @@ namespace velk::cli {
 namespace {
 
 // Prints one day's documents, every kind asked at once as a host asks, one line each in the order
-// asked. Returns the exit status: kExitErrorResult when the library answered with an error
-// (printed as an error result), kExitFailure when it gave no answer in time.
+// asked; with a `day` (yyyy-MM-dd), each inside its envelope. Returns the exit status:
+// kExitErrorResult when the library answered with an error (printed as an error result),
+// kExitFailure when it gave no answer in time.
 int printDay(VelkExtractionManager& manager, const std::vector<VelkDataType>& kinds, Date date,
-             std::ostream& out, std::ostream& err) {
+             const std::optional<std::string>& day, std::ostream& out, std::ostream& err) {
   int status = kExitSuccess;
-  for (const auto& answer : table::askDay(manager, kinds, date)) {
-    if (answer.isSuccess()) {
-      out << answer.value().dump() << "\n";
-    } else if (answer.error() == table::noAnswerError()) {
+  const auto answers = table::askDay(manager, kinds, date);
+  for (std::size_t i = 0; i < answers.size(); ++i) {
+    const auto& answer = answers[i];
+    if (!answer.isSuccess() && answer.error() == table::noAnswerError()) {
       err << "velk: " << answer.error().message() << "\n";
       return kExitFailure;
+    }
+    const nlohmann::json line = answer.isSuccess() ? answer.value() : errorResult(answer.error());
+    if (day) {
+      // In reading order: day and kind before the long document.
+      nlohmann::ordered_json envelope;
+      envelope["day"] = *day;
+      envelope["kind"] = table::kindName(kinds[i]);
+      envelope[answer.isSuccess() ? "document" : "error"] =
+          nlohmann::ordered_json(answer.isSuccess() ? line : line["error"]);
+      out << envelope.dump() << "\n";
     } else {
-      printErrorResult(answer.error(), out);
+      out << line.dump() << "\n";
+    }
+    if (!answer.isSuccess()) {
       status = kExitErrorResult;
     }
   }
@@ -47,11 +61,13 @@ int printDay(VelkExtractionManager& manager, const std::vector<VelkDataType>& ki
 
 }  // namespace
 
+nlohmann::json errorResult(const Error& error) {
+  return {{"error",
+           {{"domain", error.domain()}, {"code", error.code()}, {"message", error.message()}}}};
+}
+
 void printErrorResult(const Error& error, std::ostream& out) {
-  nlohmann::json result = {
-      {"error",
-       {{"domain", error.domain()}, {"code", error.code()}, {"message", error.message()}}}};
-  out << result.dump() << "\n";
+  out << errorResult(error).dump() << "\n";
 }
 
 int runLastDate(std::ostream& out) {
@@ -73,12 +89,12 @@ int runSummary(const SummaryRequest& request, std::ostream& out, std::ostream& e
   const platform::Calendar calendar = platform::Calendar::current();
   std::vector<Date> moments;
   if (request.date) {
-    const auto moment = parseInstant(*request.date, calendar);
-    if (!moment) {
-      err << "velk: --date: \"" << *request.date << "\" is not an INSTANT\n";
+    const auto moment = readInstant("--date", *request.date, calendar);
+    if (moment.isFailure()) {
+      err << "velk: " << moment.error().message() << "\n";
       return kExitBadInput;
     }
-    moments.push_back(*moment);
+    moments.push_back(moment.value());
   } else {
     auto range = parseDayRange(*request.from, *request.to, request.at, calendar);
     if (range.isFailure()) {
@@ -93,12 +109,18 @@ int runSummary(const SummaryRequest& request, std::ostream& out, std::ostream& e
     moments = std::move(days).value();
   }
 
-  // One manager for every day, as a host keeps one.
+  // One manager for every day, as a host keeps one. A range's documents name their day: an empty
+  // night's document carries the moment of the run, so a bare line could be placed only by its
+  // position.
   VelkExtractionManager manager;
   int status = kExitSuccess;
   const auto kinds = table::kindsFromNames(request.kinds).value_or(std::vector<VelkDataType>{});
+  const bool enveloped = !request.date && !request.bare;
+  const platform::DateFormatter dayFormat("yyyy-MM-dd", platform::Device::current()->timeZone(),
+                                          "en_US_POSIX");
   for (const Date moment : moments) {
-    const int day = printDay(manager, kinds, moment, out, err);
+    const auto dayName = enveloped ? std::optional(dayFormat.string(moment)) : std::nullopt;
+    const int day = printDay(manager, kinds, moment, dayName, out, err);
     if (day == kExitFailure) {
       return day;
     }
@@ -143,9 +165,16 @@ int runPermissions(const std::string& family, std::ostream& out, std::ostream& e
 
 int runImport(const std::string& exportPath, const GlobalOptions& global, std::ostream& out,
               std::ostream& err) {
+  // Without --db the default database, which every command without a data source reads.
+  const std::string databasePath = global.databasePath.value_or(defaultDatabasePath());
   if (!global.databasePath) {
-    err << "velk: import: give the database to write with --db FILE\n";
-    return kExitBadInput;
+    std::error_code problem;
+    std::filesystem::create_directories(std::filesystem::path(databasePath).parent_path(), problem);
+    if (problem) {
+      err << "velk: import: cannot make the folder of " << databasePath << ": " << problem.message()
+          << "\n";
+      return kExitBadInput;
+    }
   }
   ingest::ImportOptions options;
   if (global.sourcesPath) {
@@ -158,7 +187,7 @@ int runImport(const std::string& exportPath, const GlobalOptions& global, std::o
   }
   ProgressBar progress(err, ProgressBar::stderrIsTerminal());
   auto imported = ingest::importExport(
-      exportPath, *global.databasePath, options,
+      exportPath, databasePath, options,
       [&progress](const ingest::ImportProgress& now) { progress.update(now); });
   progress.finish();
   if (imported.isFailure()) {
@@ -173,11 +202,12 @@ int runImport(const std::string& exportPath, const GlobalOptions& global, std::o
     err << "velk: warning: " << exportPath << ": " << summary.samplesWithoutUnit
         << " quantity records name no unit of their type and were left out\n";
   }
-  out << nlohmann::json{{"database", *global.databasePath},
+  out << nlohmann::json{{"database", databasePath},
                         {"export", summary.exportDescription},
                         {"samples", summary.samplesStored},
                         {"samples_without_unit", summary.samplesWithoutUnit},
                         {"characteristics", summary.characteristicsFound},
+                        {"records_not_read", summary.report.unreadCategoryRecordsSkipped},
                         {"xml_bytes", summary.xmlBytes}}
              .dump()
       << "\n";

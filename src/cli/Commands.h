@@ -7,6 +7,8 @@
 #include <string>
 #include <vector>
 
+#include <nlohmann/json.hpp>
+
 #include "cli/GlobalOptions.h"
 #include "velk/Error.h"
 
@@ -21,9 +23,12 @@ struct SummaryRequest {
   std::optional<std::string> from;
   std::optional<std::string> to;
   std::string at = "12:00";
+  bool bare = false;  ///< a range's documents without their envelope
 };
 
-/// `velk summary KIND... --date INSTANT` or `--from DATE --to DATE [--at HH:MM]`
+/// `velk summary KIND... --date INSTANT`, or `--from DATE --to DATE [--at HH:MM] [--bare]`: a
+/// range prints each document in its envelope {"day": "yyyy-MM-dd", "kind": K, "document": {...}}
+/// (or "error" in place of "document"), unless `bare`.
 int runSummary(const SummaryRequest& request, std::ostream& out, std::ostream& err);
 
 /// `velk permissions all|sleep|physical|body`
@@ -33,7 +38,10 @@ int runPermissions(const std::string& family, std::ostream& out, std::ostream& e
 int runImport(const std::string& exportPath, const GlobalOptions& global, std::ostream& out,
               std::ostream& err);
 
-/// Prints {"error": {"domain": D, "code": N, "message": M}} on one line.
+/// {"error": {"domain": D, "code": N, "message": M}}
+nlohmann::json errorResult(const Error& error);
+
+/// Prints errorResult(error) on one line.
 void printErrorResult(const Error& error, std::ostream& out);
 
 }  // namespace velk::cli

@@ -7,6 +7,12 @@
 
 namespace velk::cli {
 
-using GlobalOptions = ingest::DeviceOptions;
+/// The device options, and what the tool itself takes besides them.
+struct GlobalOptions : ingest::DeviceOptions {
+  bool verbose = false;  ///< --verbose or VELK_DEBUG=1: the library's debug output
+
+  /// True when one of --store, --export and --db was given.
+  bool hasDataSource() const { return storePath || exportPath || databasePath; }
+};
 
 }  // namespace velk::cli

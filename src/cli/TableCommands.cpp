@@ -6,7 +6,6 @@
 #include <filesystem>
 #include <fstream>
 #include <optional>
-#include <sstream>
 #include <utility>
 
 #include "cli/Commands.h"
@@ -23,25 +22,6 @@
 namespace velk::cli {
 namespace {
 
-// The library's debug output of a whole range, one line per distinct line with its count: a
-// store without weight samples says so for every day, which is one fact, not a thousand.
-void printDebugOutput(const std::string& text, std::ostream& err) {
-  std::vector<std::pair<std::string, int>> lines;
-  std::istringstream in(text);
-  for (std::string line; std::getline(in, line);) {
-    auto seen = std::find_if(lines.begin(), lines.end(),
-                             [&line](const auto& each) { return each.first == line; });
-    if (seen == lines.end()) {
-      lines.emplace_back(line, 1);
-    } else {
-      ++seen->second;
-    }
-  }
-  for (const auto& [line, count] : lines) {
-    err << line << (count > 1 ? " (" + std::to_string(count) + " times)" : "") << "\n";
-  }
-}
-
 // The table of `kinds` over the request's range, with the progress bar on a terminal. On failure
 // the message or error result is printed and the exit status returned.
 struct Built {
@@ -57,8 +37,6 @@ Built buildTable(const TableRequest& request, const std::vector<VelkDataType>& k
     return {std::nullopt, kExitBadInput};
   }
   auto made = [&] {
-    // The debug output waits until the progress line is done with.
-    platform::DebugOutputCapture debugOutput;
     ProgressBar progress(err, ProgressBar::stderrIsTerminal());
     auto table =
         table::makeDayTable(range.value(), kinds, [&progress](std::size_t done, std::size_t total) {
@@ -66,7 +44,6 @@ Built buildTable(const TableRequest& request, const std::vector<VelkDataType>& k
           return true;
         });
     progress.finish();
-    printDebugOutput(debugOutput.text(), err);
     return table;
   }();
   if (made.isSuccess()) {

@@ -3,12 +3,19 @@
 #include <CLI/CLI.hpp>
 
 #include <algorithm>
+#include <cstdlib>
+#include <filesystem>
 #include <memory>
+#include <sstream>
+#include <string_view>
+#include <utility>
 
 #include "cli/Commands.h"
 #include "cli/GlobalOptions.h"
+#include "cli/InfoCommand.h"
 #include "cli/TableCommands.h"
 #include "cli/ToolDevice.h"
+#include "velk/DebugOutput.h"
 
 namespace velk::cli {
 namespace {
@@ -32,6 +39,47 @@ void addGlobalOptions(CLI::App& app, GlobalOptions& options) {
                  "Bundle identifiers in the order their overlapping samples are trusted in day "
                  "sums, most trusted first (comma-separated)")
       ->delimiter(',');
+  app.add_flag("-v,--verbose", options.verbose,
+               "Print the library's debug output on stderr (also with VELK_DEBUG=1)");
+}
+
+// The library's debug output of a run, one line per distinct line with its count: a store
+// without weight samples says so for every day of a range, which is one fact, not a thousand.
+void printDebugOutput(const std::string& text, std::ostream& err) {
+  std::vector<std::pair<std::string, int>> lines;
+  std::istringstream in(text);
+  for (std::string line; std::getline(in, line);) {
+    auto seen = std::find_if(lines.begin(), lines.end(),
+                             [&line](const auto& each) { return each.first == line; });
+    if (seen == lines.end()) {
+      lines.emplace_back(line, 1);
+    } else {
+      ++seen->second;
+    }
+  }
+  for (const auto& [line, count] : lines) {
+    err << line << (count > 1 ? " (" + std::to_string(count) + " times)" : "") << "\n";
+  }
+}
+
+bool debugRequestedByEnvironment() {
+  const char* value = std::getenv("VELK_DEBUG");
+  return value != nullptr && std::string_view(value) == "1";
+}
+
+// Fills in the default database when no data source was given. Fails with the message for the
+// user when there is none, so that no command answers from an empty store by mistake.
+std::optional<std::string> useDefaultDatabase(GlobalOptions& global) {
+  if (global.hasDataSource()) {
+    return std::nullopt;
+  }
+  std::string fallback = defaultDatabasePath();
+  std::error_code ignored;
+  if (!std::filesystem::exists(fallback, ignored)) {
+    return "no health data: run `velk import EXPORT` or give --export, --db or --store";
+  }
+  global.databasePath = std::move(fallback);
+  return std::nullopt;
 }
 
 }  // namespace
@@ -56,7 +104,11 @@ int runTool(const std::vector<std::string>& arguments, std::ostream& out, std::o
   summaryCommand
       ->add_option("--at", summary.at, "Local time of day at which each day of a range is asked")
       ->capture_default_str();
+  auto* bare = summaryCommand->add_flag(
+      "--bare", summary.bare,
+      "With --from/--to: print the documents alone, without the envelope naming day and kind");
   date->excludes(from)->excludes(to);
+  bare->needs(from);
   from->needs(to);
   to->needs(from);
 
@@ -68,8 +120,17 @@ int runTool(const std::vector<std::string>& arguments, std::ostream& out, std::o
 
   std::string exportToImport;
   auto* import = app.add_subcommand(
-      "import", "Import an export into a database (--db FILE) for fast repeated extraction");
+      "import",
+      "Import an export into the default database (or --db FILE) for fast repeated extraction");
   import->add_option("export", exportToImport, "export.zip or its export XML")->required();
+
+  std::string infoFormat = "json";
+  auto* info = app.add_subcommand(
+      "info",
+      "Describe the data: period, types, sources, characteristics, what the rules leave out");
+  info->add_option("--format", infoFormat, "json or text")
+      ->capture_default_str()
+      ->check(CLI::IsMember({"json", "text"}));
 
   TableRequest tableRequest;
   auto* table = app.add_subcommand("table", "Print one row per day (CSV or NDJSON)");
@@ -108,30 +169,58 @@ int runTool(const std::vector<std::string>& arguments, std::ostream& out, std::o
     return kExitBadInput;
   }
 
-  if (import->parsed()) {
-    return runImport(exportToImport, global, out, err);
-  }
+  global.verbose = global.verbose || debugRequestedByEnvironment();
 
-  auto device = makeToolDevice(global, err);
-  if (device.isFailure()) {
-    err << "velk: " << device.error().message() << "\n";
-    return kExitBadInput;
-  }
-  platform::DeviceScope scope(device.value());
+  const auto run = [&]() -> int {
+    if (import->parsed()) {
+      return runImport(exportToImport, global, out, err);
+    }
+    // The stored dates need no health data; every other command reads it.
+    if (!lastDate->parsed()) {
+      if (auto missing = useDefaultDatabase(global)) {
+        err << "velk: " << *missing << "\n";
+        return kExitBadInput;
+      }
+    }
+    if (global.sourcesPath && !global.exportPath) {
+      err << "velk: --sources applies where an export is read: give it to `velk import` (a "
+             "database keeps the identifiers it was imported with) or use --export\n";
+      return kExitBadInput;
+    }
+    auto device = makeToolDevice(global, err);
+    if (device.isFailure()) {
+      err << "velk: " << device.error().message() << "\n";
+      return kExitBadInput;
+    }
+    platform::DeviceScope scope(device.value());
 
-  if (lastDate->parsed()) {
-    return runLastDate(out);
+    if (lastDate->parsed()) {
+      return runLastDate(out);
+    }
+    if (summaryCommand->parsed()) {
+      return runSummary(summary, out, err);
+    }
+    if (table->parsed()) {
+      return runTable(tableRequest, out, err);
+    }
+    if (report->parsed()) {
+      return runReport(tableRequest, out, err);
+    }
+    if (info->parsed()) {
+      return runInfo(infoFormat, out);
+    }
+    return runPermissions(family, out, err);
+  };
+
+  // The library's debug output (a day without HRV samples says so) reads like failures to
+  // people: it is collected for the whole run and shown only when asked for, after the
+  // command's own messages and progress line.
+  platform::DebugOutputCapture debugOutput;
+  const int status = run();
+  if (global.verbose) {
+    printDebugOutput(debugOutput.text(), err);
   }
-  if (summaryCommand->parsed()) {
-    return runSummary(summary, out, err);
-  }
-  if (table->parsed()) {
-    return runTable(tableRequest, out, err);
-  }
-  if (report->parsed()) {
-    return runReport(tableRequest, out, err);
-  }
-  return runPermissions(family, out, err);
+  return status;
 }
 
 }  // namespace velk::cli

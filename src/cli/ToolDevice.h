@@ -18,6 +18,11 @@ Error inputError(std::string message);
 
 using ingest::defaultStatePath;
 
+/// The default health database, which `velk import` writes without --db and every command
+/// without a data source reads: $XDG_DATA_HOME/velk/health.sqlite, else
+/// ~/.local/share/velk/health.sqlite.
+std::string defaultDatabasePath();
+
 /// The device the options describe. Warnings about the data (damaged parts of an export) are
 /// written to `warnings`.
 Result<std::shared_ptr<platform::Device>> makeToolDevice(const GlobalOptions& options,

@@ -1,9 +1,8 @@
 #include "extraction/ExtractionLastDateStorage.h"
 
-#include <cstdio>
-#include <cstdlib>
 #include <string>
 
+#include "velk/DebugOutput.h"
 #include "velk/Device.h"
 
 namespace velk {
@@ -12,8 +11,7 @@ namespace {
 std::shared_ptr<platform::UserDefaults> standardUserDefaults() {
   auto defaults = platform::Device::current()->userDefaults();
   if (!defaults) {
-    std::fputs("velk: the installed platform::Device has no user defaults\n", stderr);
-    std::abort();
+    platform::fatalError("the installed platform::Device has no user defaults");
   }
   return defaults;
 }

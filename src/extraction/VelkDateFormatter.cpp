@@ -1,9 +1,7 @@
 #include "extraction/VelkDateFormatter.h"
 
-#include <cstdio>
-#include <cstdlib>
-
 #include "velk/Calendar.h"
+#include "velk/DebugOutput.h"
 #include "velk/Device.h"
 
 namespace velk {
@@ -16,11 +14,8 @@ constexpr const char* kUTC = "UTC";
 std::string firstPreferredLanguage() {
   const auto& languages = platform::Device::current()->preferredLanguages();
   if (languages.empty()) {
-    std::fputs(
-        "velk: the device lists no preferred language; date formatters need one for their "
-        "locale\n",
-        stderr);
-    std::abort();
+    platform::fatalError(
+        "the device lists no preferred language; date formatters need one for their locale");
   }
   return languages.front();
 }

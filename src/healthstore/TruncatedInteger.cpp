@@ -2,7 +2,9 @@
 
 #include <cmath>
 #include <cstdio>
-#include <cstdlib>
+#include <string>
+
+#include "velk/DebugOutput.h"
 
 namespace velk {
 
@@ -12,11 +14,11 @@ std::int64_t truncatedInt64(double value) {
   constexpr double kLimit = 9223372036854775808.0;
   const double whole = std::trunc(value);
   if (!std::isfinite(value) || whole >= kLimit || whole < -kLimit) {
-    std::fprintf(stderr,
-                 "velk: fatal error: %g cannot be converted to a 64-bit integer because it is "
-                 "%s\n",
-                 value, std::isfinite(value) ? "outside the representable range" : "not finite");
-    std::abort();
+    char written[32];
+    std::snprintf(written, sizeof written, "%g", value);
+    platform::fatalError(std::string(written) +
+                         " cannot be converted to a 64-bit integer because it is " +
+                         (std::isfinite(value) ? "outside the representable range" : "not finite"));
   }
   return static_cast<std::int64_t>(whole);
 }

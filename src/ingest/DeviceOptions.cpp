@@ -1,43 +1,36 @@
 #include "velk/DeviceOptions.h"
 
-#include <array>
 #include <cstdlib>
 #include <filesystem>
+#include <limits>
 #include <utility>
 
-#include "platform/DateFormatter.h"
+#include "platform/Iso8601.h"
 
 namespace velk::ingest {
 namespace {
 
-// The forms are tried in turn; each must match the whole text. Forms with an offset name their
-// moment themselves; local forms are read as wall time, first in UTC to take their fields apart,
-// then put together again in the device's zone by the calendar (which also settles DST gaps).
-constexpr std::array kOffsetPatterns{
-    "yyyy-MM-dd'T'HH:mm:ss.SSSXXX", "yyyy-MM-dd'T'HH:mm:ss.SSXXX", "yyyy-MM-dd'T'HH:mm:ss.SXXX",
-    "yyyy-MM-dd'T'HH:mm:ssXXX",     "yyyy-MM-dd'T'HH:mmXXX",
-};
-constexpr std::array kLocalPatterns{
-    "yyyy-MM-dd'T'HH:mm:ss.SSS", "yyyy-MM-dd'T'HH:mm:ss.SS", "yyyy-MM-dd'T'HH:mm:ss.S",
-    "yyyy-MM-dd'T'HH:mm:ss",     "yyyy-MM-dd'T'HH:mm",       "yyyy-MM-dd",
+// Forms with an offset name their moment themselves; the others are wall times, which the
+// calendar places in the device's zone (and past a DST gap). A space may stand for the "T" and
+// before the offset, as exports write dates.
+constexpr platform::Iso8601Syntax kInstantSyntax{
+    .spaceForT = true,
+    .secondsOptional = true,
+    .fractionDigits = std::numeric_limits<std::size_t>::max(),
+    .offsetOptional = true,
+    .offsetWithoutColon = true,
+    .spaceBeforeOffset = true,
+    .dayAlone = true,
 };
 
 }  // namespace
 
 std::optional<Date> parseInstant(std::string_view text, const platform::Calendar& calendar) {
-  const std::string owned(text);
-  for (const char* pattern : kOffsetPatterns) {
-    if (auto moment = platform::DateFormatter(pattern, "UTC", "en_US_POSIX").date(owned)) {
-      return moment;
-    }
+  const auto value = platform::readIso8601(text, kInstantSyntax);
+  if (!value) {
+    return std::nullopt;
   }
-  const platform::Calendar utc("UTC");
-  for (const char* pattern : kLocalPatterns) {
-    if (auto wallTime = platform::DateFormatter(pattern, "UTC", "en_US_POSIX").date(owned)) {
-      return calendar.date(utc.components(*wallTime));
-    }
-  }
-  return std::nullopt;
+  return value->utcOffsetSeconds ? value->moment() : calendar.date(value->components);
 }
 
 std::string systemTimeZone() {

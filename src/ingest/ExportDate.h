@@ -5,7 +5,8 @@
 //   "20151107171924+0100"         the compact form of the first exports
 //
 // A "T" in place of the space, "Z" for UTC and offsets written "+01:00" are accepted too, since
-// tools that re-save exports write them. Birth dates are plain days ("1989-04-24").
+// tools that re-save exports write them; so is a leap second. Birth dates are plain days
+// ("1989-04-24"). Both are read by the platform's ISO 8601 reader (platform/Iso8601.h).
 #pragma once
 
 #include <optional>
@@ -22,7 +23,8 @@ class ExportDate {
   /// or names no real day (2023-02-30) or time (25:00).
   static std::optional<Date> parse(std::string_view text);
 
-  /// A day as year, month and day components ("1989-04-24"); nothing when not such a day.
+  /// A day as year, month and day components ("1989-04-24", or "19890424" as the first exports
+  /// wrote it); nothing when not such a day.
   static std::optional<platform::DateComponents> parseDay(std::string_view text);
 };
 

@@ -1,6 +1,7 @@
 #include "ExportElements.h"
 
 #include <algorithm>
+#include <string>
 
 #include "ingest/ExportDate.h"
 
@@ -16,6 +17,15 @@ std::string_view attributeValue(std::span<const RawAttribute> attributes, std::s
     }
   }
   return {};
+}
+
+// A value at fault with the type it belongs to, for the report: the same fault in two types is
+// two things to fix.
+std::string valueDetail(std::string_view type, std::string_view value) {
+  if (value.empty()) {
+    return std::string(type) + " without a value";
+  }
+  return std::string(type) + " \"" + std::string(value) + "\"";
 }
 
 }  // namespace
@@ -86,7 +96,12 @@ ElementReader::Frame ElementReader::startRecord(std::size_t offset,
   }
   const auto mapped = mapper_.map(fields);
   if (mapped.issue) {
-    note(*mapped.issue, offset, mapped.detail);
+    const bool aboutValue = *mapped.issue == ExportIssue::nonNumericValue ||
+                            *mapped.issue == ExportIssue::unknownCategoryValue;
+    note(*mapped.issue, offset,
+         aboutValue ? valueDetail(fields.type, fields.value) : mapped.detail);
+  } else if (!mapped.record) {
+    ++result_.report.unreadCategoryRecordsSkipped;
   }
   if (!mapped.record) {
     return Frame::skippedRecord;
@@ -117,7 +132,8 @@ void ElementReader::readCharacteristics(std::size_t offset,
       if (const auto sex = biologicalSexNamed(value)) {
         characteristics.biologicalSex = *sex;
       } else {
-        note(ExportIssue::unknownCategoryValue, offset, value);
+        note(ExportIssue::unknownCategoryValue, offset,
+             valueDetail("HKCharacteristicTypeIdentifierBiologicalSex", value));
       }
     }
   }
@@ -125,12 +141,11 @@ void ElementReader::readCharacteristics(std::size_t offset,
 }
 
 void ElementReader::note(ExportIssue issue, std::size_t offset, std::string_view detail) {
+  // Finding a line costs a count of the line feeds before it: done only for lines kept.
   auto& report = result_.report;
-  if (report.wantsLine(issue)) {
-    report.note(issue, chunk_.firstLine + chunk_.lines.feedsBefore(offset), detail);
-  } else {
-    report.noteMany(issue, 1);
-  }
+  report.note(issue,
+              report.wantsLine(issue) ? chunk_.firstLine + chunk_.lines.feedsBefore(offset) : 0,
+              detail);
 }
 
 }  // namespace velk::ingest

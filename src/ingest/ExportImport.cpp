@@ -74,7 +74,7 @@ class DatabaseWriter final : public ExportSink {
   // The file is written once, front to back, and only its small index is read back: a page
   // cache of 16 pages serves that. SQLite's default of 2 MB kept claiming fresh memory while
   // the file grew (half the import's page faults, a tenth of its CPU time).
-  Result<bool> prepare() {
+  Status prepare() {
     if (auto made = connection_.execute(
             "PRAGMA journal_mode = OFF; PRAGMA synchronous = OFF; PRAGMA locking_mode = "
             "EXCLUSIVE; PRAGMA page_size = 65536; PRAGMA cache_size = 16; BEGIN;");
@@ -88,10 +88,10 @@ class DatabaseWriter final : public ExportSink {
         "INSERT INTO blocks(type_id, is_long, first_start, last_end, sample_count, samples) "
         "VALUES (?1, ?2, ?3, ?4, ?5, ?6)");
     if (insert.isFailure()) {
-      return Result<bool>::failure(insert.error());
+      return Status::failure(insert.error());
     }
     insertBlock_ = std::move(insert).value();
-    return Result<bool>::success(true);
+    return Status::success();
   }
 
   void characteristics(platform::Characteristics characteristics) override {
@@ -134,10 +134,10 @@ class DatabaseWriter final : public ExportSink {
   }
 
   /// Writes what is buffered, the small tables and the index, and commits.
-  Result<bool> finish(const ImportSummary& summary) {
+  Status finish(const ImportSummary& summary) {
     flush();
     if (failure_) {
-      return Result<bool>::failure(*failure_);
+      return Status::failure(*failure_);
     }
     for (const auto& step :
          {writeTypes(), writeUnits(), writeSources(), writeCharacteristics(), writeMeta(summary)}) {
@@ -153,7 +153,7 @@ class DatabaseWriter final : public ExportSink {
       return committed;
     }
     reportProgress(true);
-    return Result<bool>::success(true);
+    return Status::success();
   }
 
   std::uint64_t samplesStored() const { return stored_; }
@@ -303,18 +303,18 @@ class DatabaseWriter final : public ExportSink {
     buffered_ = 0;
   }
 
-  Result<bool> insertRows(std::string_view sql,
-                          const std::function<bool(sqlite::Statement&)>& bindAndStepAll) {
+  Status insertRows(std::string_view sql,
+                    const std::function<bool(sqlite::Statement&)>& bindAndStepAll) {
     auto statement = connection_.prepare(sql);
     if (statement.isFailure()) {
-      return Result<bool>::failure(statement.error());
+      return Status::failure(statement.error());
     }
     sqlite::Statement prepared = std::move(statement).value();
     if (!bindAndStepAll(prepared)) {
-      return Result<bool>::failure(databaseError(DatabaseErrorCode::sqliteFailed,
-                                                 "cannot store: " + connection_.lastMessage()));
+      return Status::failure(databaseError(DatabaseErrorCode::sqliteFailed,
+                                           "cannot store: " + connection_.lastMessage()));
     }
-    return Result<bool>::success(true);
+    return Status::success();
   }
 
   static bool stepOnce(sqlite::Statement& statement) {
@@ -323,7 +323,7 @@ class DatabaseWriter final : public ExportSink {
     return done;
   }
 
-  Result<bool> writeTypes() {
+  Status writeTypes() {
     return insertRows("INSERT INTO types(id, identifier, longest_span) VALUES (?1, ?2, ?3)",
                       [this](sqlite::Statement& insert) {
                         for (const auto& [identifier, type] : types_) {
@@ -338,7 +338,7 @@ class DatabaseWriter final : public ExportSink {
                       });
   }
 
-  Result<bool> writeUnits() {
+  Status writeUnits() {
     return insertRows("INSERT INTO units(id, text) VALUES (?1, ?2)",
                       [this](sqlite::Statement& insert) {
                         for (std::size_t i = 0; i < unitTexts_.size(); ++i) {
@@ -352,7 +352,7 @@ class DatabaseWriter final : public ExportSink {
                       });
   }
 
-  Result<bool> writeSources() {
+  Status writeSources() {
     return insertRows("INSERT INTO sources(id, bundle_identifier, name) VALUES (?1, ?2, ?3)",
                       [this](sqlite::Statement& insert) {
                         for (std::size_t i = 0; i < sourceList_.size(); ++i) {
@@ -367,7 +367,7 @@ class DatabaseWriter final : public ExportSink {
                       });
   }
 
-  Result<bool> writeCharacteristics() {
+  Status writeCharacteristics() {
     return insertRows(
         "INSERT INTO characteristics(birth_year, birth_month, birth_day, biological_sex) "
         "VALUES (?1, ?2, ?3, ?4)",
@@ -388,7 +388,7 @@ class DatabaseWriter final : public ExportSink {
         });
   }
 
-  Result<bool> writeMeta(const ImportSummary& summary) {
+  Status writeMeta(const ImportSummary& summary) {
     std::string warnings;
     for (const std::string& line : summary.report.warningLines()) {
       warnings += line + "\n";

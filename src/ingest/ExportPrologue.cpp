@@ -47,6 +47,31 @@ std::size_t doctypeEnd(std::string_view text, std::size_t at) {
   return std::string_view::npos;
 }
 
+// The root start tag at `at`: its name, then attributes up to ">" (quoted values may hold ">").
+// Fills `scan` when the tag ends within `head`, and leaves it as it is when it does not yet.
+void scanRootTag(std::string_view head, std::size_t at, PrologueScan& scan) {
+  std::size_t nameEnd = at + 1;
+  while (nameEnd < head.size() && !isSpace(head[nameEnd]) && head[nameEnd] != '>' &&
+         head[nameEnd] != '/') {
+    ++nameEnd;
+  }
+  char quote = '\0';
+  for (auto i = nameEnd; i < head.size(); ++i) {
+    const char c = head[i];
+    if (quote != '\0') {
+      quote = c == quote ? '\0' : quote;
+    } else if (c == '"' || c == '\'') {
+      quote = c;
+    } else if (c == '>') {
+      scan.status = PrologueScan::Status::found;
+      scan.rootName = std::string(head.substr(at + 1, nameEnd - at - 1));
+      scan.bodyStart = i + 1;
+      scan.rootIsEmpty = head[i - 1] == '/';
+      return;
+    }
+  }
+}
+
 }  // namespace
 
 PrologueScan scanPrologue(std::string_view head) {
@@ -82,27 +107,7 @@ PrologueScan scanPrologue(std::string_view head) {
       scan.status = PrologueScan::Status::notXml;
       return scan;
     } else {
-      // The root start tag: its name, then attributes up to ">" (quoted values may hold ">").
-      std::size_t nameEnd = at + 1;
-      while (nameEnd < head.size() && !isSpace(head[nameEnd]) && head[nameEnd] != '>' &&
-             head[nameEnd] != '/') {
-        ++nameEnd;
-      }
-      char quote = '\0';
-      for (auto i = nameEnd; i < head.size(); ++i) {
-        const char c = head[i];
-        if (quote != '\0') {
-          quote = c == quote ? '\0' : quote;
-        } else if (c == '"' || c == '\'') {
-          quote = c;
-        } else if (c == '>') {
-          scan.status = PrologueScan::Status::found;
-          scan.rootName = std::string(head.substr(at + 1, nameEnd - at - 1));
-          scan.bodyStart = i + 1;
-          scan.rootIsEmpty = head[i - 1] == '/';
-          return scan;
-        }
-      }
+      scanRootTag(head, at, scan);
       return scan;
     }
     if (end == std::string_view::npos) {

@@ -116,20 +116,20 @@ class BodyCutter {
   // Reads into room made at the end of `pending_`. The room follows what the source returns: a
   // whole block from files and archives, a little more than the last read from sources that
   // return a few bytes at a time.
-  Result<bool> fill() {
+  Status fill() {
     const auto old = pending_.size();
     pending_.resize(old + room_);
     auto got = source_.read(pending_.data() + old, room_);
     if (got.isFailure()) {
       pending_.resize(old);
-      return Result<bool>::failure(got.error());
+      return Status::failure(got.error());
     }
     const auto size = got.value();
     pending_.resize(old + size);
     eof_ = size == 0;
     room_ = size == room_ ? std::min(2 * room_, kReadBlock)
                           : std::clamp(2 * size, kSmallestRoom, kReadBlock);
-    return Result<bool>::success(true);
+    return Status::success();
   }
 
   // Room for the first read: a block, or the whole source when it says it is smaller (a small
@@ -381,8 +381,8 @@ std::uint64_t cleanHead(PartBytes& bytes) {
 }
 
 // Reads the body in parts into `sink`. Its first part starts on line `firstLine`.
-Result<bool> readBody(BodyCutter& cutter, std::uint64_t firstLine, const ExportReadOptions& options,
-                      ExportSink& sink, ExportReport& report) {
+Status readBody(BodyCutter& cutter, std::uint64_t firstLine, const ExportReadOptions& options,
+                ExportSink& sink, ExportReport& report) {
   ChunkContext context;
   context.sources = &options.sources;
   Delivery deliver(sink, report, firstLine);
@@ -395,7 +395,7 @@ Result<bool> readBody(BodyCutter& cutter, std::uint64_t firstLine, const ExportR
     auto chunk = cutter.next();
     if (chunk.isFailure()) {
       parts.drain();
-      return Result<bool>::failure(
+      return Status::failure(
           exportError(ExportErrorCode::readFailed, chunk.error().message() + " after " +
                                                        std::to_string(report.recordsRead) +
                                                        " records had been read"));
@@ -415,7 +415,7 @@ Result<bool> readBody(BodyCutter& cutter, std::uint64_t firstLine, const ExportR
   if (cutter.truncated()) {
     report.note(ExportIssue::truncated, deliver.line());
   }
-  return Result<bool>::success(true);
+  return Status::success();
 }
 
 }  // namespace

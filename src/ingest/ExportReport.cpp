@@ -4,11 +4,27 @@
 
 namespace velk::ingest {
 
+namespace {
+
+void addDetail(std::vector<ExportReport::Detail>& details, std::string_view text,
+               std::uint64_t count) {
+  if (text.empty()) {
+    return;
+  }
+  auto known = std::find_if(details.begin(), details.end(),
+                            [text](const ExportReport::Detail& each) { return each.text == text; });
+  if (known != details.end()) {
+    known->count += count;
+  } else if (details.size() < ExportReport::kDetails) {
+    details.push_back({std::string(text), count});
+  }
+}
+
+}  // namespace
+
 void ExportReport::note(ExportIssue issue, std::uint64_t line, std::string_view detail) {
   auto& target = mutableEntry(issue);
-  if (target.count == 0) {
-    target.firstDetail = detail;
-  }
+  addDetail(target.details, detail, 1);
   ++target.count;
   if (target.firstLines.size() < kFirstLines) {
     target.firstLines.push_back(line);
@@ -23,8 +39,8 @@ void ExportReport::merge(const ExportReport& later, std::uint64_t lineOffset) {
   for (std::size_t i = 0; i < kExportIssueCount; ++i) {
     auto& mine = entries_[i];
     const auto& theirs = later.entries_[i];
-    if (mine.count == 0 && theirs.count > 0) {
-      mine.firstDetail = theirs.firstDetail;
+    for (const auto& detail : theirs.details) {
+      addDetail(mine.details, detail.text, detail.count);
     }
     mine.count += theirs.count;
     for (const auto line : theirs.firstLines) {
@@ -35,6 +51,7 @@ void ExportReport::merge(const ExportReport& later, std::uint64_t lineOffset) {
   }
   recordsRead += later.recordsRead;
   correlationRecordsSkipped += later.correlationRecordsSkipped;
+  unreadCategoryRecordsSkipped += later.unreadCategoryRecordsSkipped;
 }
 
 bool ExportReport::hasWarnings() const {
@@ -49,8 +66,8 @@ std::vector<std::string> ExportReport::warningLines() const {
     if (entry.count == 0) {
       continue;
     }
-    std::string line = "warning: " + std::to_string(entry.count) + " x " +
-                       std::string(describe(static_cast<ExportIssue>(i)));
+    std::string line =
+        std::to_string(entry.count) + " x " + std::string(describe(static_cast<ExportIssue>(i)));
     if (!entry.firstLines.empty()) {
       line += entry.firstLines.size() < entry.count ? " (first at line" : " (at line";
       line += entry.firstLines.size() > 1 ? "s " : " ";
@@ -59,8 +76,12 @@ std::vector<std::string> ExportReport::warningLines() const {
       }
       line += ")";
     }
-    if (!entry.firstDetail.empty()) {
-      line += ": " + entry.firstDetail;
+    for (std::size_t k = 0; k < entry.details.size(); ++k) {
+      const auto& detail = entry.details[k];
+      line += (k == 0 ? ": " : "; ") + detail.text;
+      if (entry.details.size() > 1 || detail.count < entry.count) {
+        line += " (" + std::to_string(detail.count) + ")";
+      }
     }
     lines.push_back(std::move(line));
   }
@@ -80,7 +101,7 @@ std::string_view describe(ExportIssue issue) {
     case ExportIssue::nonNumericValue:
       return "quantity records with a value that is no number, skipped";
     case ExportIssue::unknownCategoryValue:
-      return "unknown category or characteristic values, skipped";
+      return "unknown sleep or characteristic values, skipped";
     case ExportIssue::nestedRecord:
       return "records nested inside records, read as records of their own";
     case ExportIssue::dateAfterExport:

@@ -3,7 +3,10 @@
 #include <zip.h>
 
 #include <algorithm>
+#include <cerrno>
 #include <cstdio>
+#include <cstring>
+#include <filesystem>
 #include <string_view>
 #include <vector>
 
@@ -32,7 +35,8 @@ class FileSource final : public ExportSource {
     const auto got = std::fread(buffer, 1, size, file_);
     if (got < size && std::ferror(file_) != 0) {
       return Result<std::size_t>::failure(
-          exportError(ExportErrorCode::readFailed, "reading " + description_ + " failed"));
+          exportError(ExportErrorCode::readFailed,
+                      "reading " + description_ + " failed: " + std::strerror(errno)));
     }
     return Result<std::size_t>::success(got);
   }
@@ -186,10 +190,16 @@ std::uint64_t ArchiveLimits::allowedSize(std::uint64_t compressedSize) const {
 }
 
 SourceResult ExportSource::open(const std::filesystem::path& path, const ArchiveLimits& limits) {
+  std::error_code ignored;
+  if (std::filesystem::is_directory(path, ignored)) {
+    return SourceResult::failure(exportError(
+        ExportErrorCode::cannotOpen,
+        "cannot open " + path.string() + ": it is a directory, not export.zip or export.xml"));
+  }
   std::FILE* file = std::fopen(path.c_str(), "rb");
   if (file == nullptr) {
-    return SourceResult::failure(
-        exportError(ExportErrorCode::cannotOpen, "cannot open " + path.string()));
+    return SourceResult::failure(exportError(
+        ExportErrorCode::cannotOpen, "cannot open " + path.string() + ": " + std::strerror(errno)));
   }
   char signature[4] = {};
   const auto got = std::fread(signature, 1, sizeof signature, file);
@@ -199,7 +209,6 @@ SourceResult ExportSource::open(const std::filesystem::path& path, const Archive
     return openArchive(path, limits);
   }
   std::rewind(file);
-  std::error_code ignored;
   const auto size = std::filesystem::file_size(path, ignored);
   return SourceResult::success(std::make_unique<FileSource>(
       file, path.string(), size == static_cast<std::uintmax_t>(-1) ? 0 : size));

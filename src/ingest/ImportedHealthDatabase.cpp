@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <limits>
+#include <set>
 
 #include "ImportLayout.h"
 #include "Sqlite.h"
@@ -43,13 +44,13 @@ Opened ImportedHealthDatabase::open(const std::filesystem::path& path,
 
 ImportedHealthDatabase::~ImportedHealthDatabase() = default;
 
-Result<bool> ImportedHealthDatabase::load(const std::filesystem::path& path) {
+Status ImportedHealthDatabase::load(const std::filesystem::path& path) {
   const auto failure = [&path](DatabaseErrorCode code, const std::string& why) {
-    return Result<bool>::failure(databaseError(code, path.string() + ": " + why));
+    return Status::failure(databaseError(code, path.string() + ": " + why));
   };
   auto opened = sqlite::Connection::open(path, sqlite::Connection::Mode::readOnly);
   if (opened.isFailure()) {
-    return Result<bool>::failure(opened.error());
+    return Status::failure(opened.error());
   }
   auto connection = std::make_unique<Connection>();
   connection->connection = std::move(opened).value();
@@ -159,7 +160,7 @@ Result<bool> ImportedHealthDatabase::load(const std::filesystem::path& path) {
   const auto count = info_.find("samples");
   sampleCount_ = count != info_.end() ? std::strtoull(count->second.c_str(), nullptr, 10) : 0;
   connection_ = std::move(connection);
-  return Result<bool>::success(true);
+  return Status::success();
 }
 
 bool ImportedHealthDatabase::isHealthDataAvailable() const {
@@ -193,6 +194,23 @@ bool ImportedHealthDatabase::answersWithoutSamples(const std::string& typeIdenti
 
 platform::Characteristics ImportedHealthDatabase::characteristics() const {
   return characteristics_;
+}
+
+std::vector<std::string> ImportedHealthDatabase::sampleTypes() const {
+  std::vector<std::string> held;
+  for (const auto& entry : types_) {
+    held.push_back(entry.first);
+  }
+  std::sort(held.begin(), held.end());
+  return held;
+}
+
+std::vector<std::string> ImportedHealthDatabase::sourceBundleIdentifiers() const {
+  std::set<std::string> held;
+  for (const auto& source : sources_) {
+    held.insert(source.bundleIdentifier.str());
+  }
+  return {held.begin(), held.end()};
 }
 
 platform::SourcePriority ImportedHealthDatabase::sourcePriority() const {

@@ -56,6 +56,8 @@ class ImportedHealthDatabase final : public platform::HealthDatabase {
                                               std::optional<Date> start,
                                               std::optional<Date> end) const override;
   platform::Characteristics characteristics() const override;
+  std::vector<std::string> sampleTypes() const override;
+  std::vector<std::string> sourceBundleIdentifiers() const override;
   platform::SourcePriority sourcePriority() const override;
 
   /// How many samples the file holds, of all types.
@@ -75,7 +77,7 @@ class ImportedHealthDatabase final : public platform::HealthDatabase {
   };
 
   ImportedHealthDatabase() = default;
-  Result<bool> load(const std::filesystem::path& path);
+  Status load(const std::filesystem::path& path);
   std::vector<std::string> blobsFor(const TypeInfo& type, double start, double end) const;
 
   platform::HealthDatabaseSettings settings_;

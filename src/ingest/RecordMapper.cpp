@@ -19,6 +19,7 @@ namespace {
 using platform::SampleKind;
 
 constexpr std::string_view kCategoryPrefix = "HKCategoryTypeIdentifier";
+constexpr std::string_view kSleepAnalysis = "HKCategoryTypeIdentifierSleepAnalysis";
 
 struct NamedValue {
   std::string_view name;
@@ -279,6 +280,9 @@ std::optional<double> readNumber(std::string_view text) {
 }
 
 std::optional<std::int64_t> biologicalSexNamed(std::string_view text) {
+  if (text.size() == 1 && text[0] >= '0' && text[0] <= '3') {
+    return text[0] - '0';  // the first exports wrote the platform's integer
+  }
   return lookUp(kBiologicalSexes, text);
 }
 
@@ -297,9 +301,12 @@ void RecordFields::take(std::string_view name, std::string_view text) {
       break;
     case 6:
       device = is("device") ? text : device;
+      // The first exports named the source `source`; `sourceName` wins where both are written.
+      sourceName = is("source") && sourceName.empty() ? text : sourceName;
       break;
     case 7:
       endDate = is("endDate") ? text : endDate;
+      average = is("average") ? text : average;
       break;
     case 9:
       startDate = is("startDate") ? text : startDate;
@@ -357,12 +364,20 @@ MappedRecord RecordMapper::map(const RecordFields& fields) {
   if (batch_.types[*type].starts_with(kCategoryPrefix)) {
     const auto category = categoryValue(fields.value);
     if (!category) {
+      // Only the sleep analysis is read by a summary: a value lost elsewhere (an event without
+      // one, a value name of a type the table does not know) loses nothing reported.
+      if (batch_.types[*type] != kSleepAnalysis) {
+        return MappedRecord{};
+      }
       return skipped(ExportIssue::unknownCategoryValue, fields.value);
     }
     record.kind = SampleKind::category;
     record.value = static_cast<double>(*category);
   } else {
-    const auto number = readNumber(fields.value);
+    // The first exports wrote some quantities as statistics of readings (min, max, average,
+    // recordCount) without a value: the average is the value.
+    const auto number =
+        readNumber(fields.value.empty() && !fields.average.empty() ? fields.average : fields.value);
     if (!number) {
       return skipped(ExportIssue::nonNumericValue, fields.value);
     }

@@ -19,19 +19,23 @@ namespace velk::ingest {
 /// A number as exports write it ("72", "0.5", "1e3"); nothing when it is none or not finite.
 std::optional<double> readNumber(std::string_view text);
 
-/// The platform's integer for a biological sex as exports name it ("HKBiologicalSexFemale").
+/// The platform's integer for a biological sex as exports name it ("HKBiologicalSexFemale", or
+/// "1" as the first exports wrote it).
 std::optional<std::int64_t> biologicalSexNamed(std::string_view text);
 
 /// The attributes of a record that are read, as XML decodes them (escapes replaced); empty
 /// when absent.
 struct RecordFields {
   std::string_view type, sourceName, sourceVersion, device, unit, startDate, endDate, value;
+  std::string_view average;  ///< statistics records of the first exports, which have no value
 
   /// Keeps `value` when `name` is one of the attributes above; a later one wins over an earlier.
   void take(std::string_view name, std::string_view value);
 };
 
 /// What became of a record: the record, an issue, or both (a record read with a warning).
+/// Neither: a category record that no summary reads, left out because its value is missing or
+/// unknown (ExportReport::unreadCategoryRecordsSkipped).
 struct MappedRecord {
   std::optional<ExportRecord> record;
   std::optional<ExportIssue> issue;

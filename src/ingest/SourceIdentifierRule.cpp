@@ -1,7 +1,9 @@
 #include "velk/SourceIdentifierRule.h"
 
 #include <array>
+#include <cerrno>
 #include <cstdint>
+#include <cstring>
 #include <fstream>
 #include <nlohmann/json.hpp>
 
@@ -111,8 +113,9 @@ Result<SourceIdentifierRule> SourceIdentifierRule::fromMappingFile(
   using R = Result<SourceIdentifierRule>;
   std::ifstream in(path, std::ios::binary);
   if (!in) {
-    return R::failure(exportError(ExportErrorCode::cannotOpen,
-                                  "cannot open the source mapping file " + path.string()));
+    return R::failure(exportError(
+        ExportErrorCode::cannotOpen,
+        "cannot open the source mapping file " + path.string() + ": " + std::strerror(errno)));
   }
   const auto json = nlohmann::json::parse(in, nullptr, /*allow_exceptions=*/false);
   if (!json.is_object()) {

@@ -81,13 +81,13 @@ std::string Connection::lastMessage() const {
   return connection_ != nullptr ? sqlite3_errmsg(connection_) : "no connection";
 }
 
-Result<bool> Connection::execute(std::string_view sql) {
+Status Connection::execute(std::string_view sql) {
   const std::string text(sql);
   if (sqlite3_exec(connection_, text.c_str(), nullptr, nullptr, nullptr) != SQLITE_OK) {
-    return Result<bool>::failure(
+    return Status::failure(
         databaseError(DatabaseErrorCode::sqliteFailed, lastMessage() + " (in: " + text + ")"));
   }
-  return Result<bool>::success(true);
+  return Status::success();
 }
 
 Result<Statement> Connection::prepare(std::string_view sql) {

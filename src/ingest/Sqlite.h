@@ -76,7 +76,7 @@ class Connection {
   sqlite3* get() const { return connection_; }
 
   /// Runs SQL without results; the error message carries SQLite's explanation.
-  Result<bool> execute(std::string_view sql);
+  Status execute(std::string_view sql);
   Result<Statement> prepare(std::string_view sql);
   std::string lastMessage() const;
 

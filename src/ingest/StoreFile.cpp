@@ -1,7 +1,8 @@
 #include "ingest/StoreFile.h"
 
-#include <chrono>
+#include <cerrno>
 #include <cmath>
+#include <cstring>
 #include <fstream>
 #include <initializer_list>
 #include <limits>
@@ -11,6 +12,7 @@
 #include "platform/CanonicalUnits.h"
 #include "platform/HKObjectType.h"
 #include "platform/HKUnit.h"
+#include "platform/Iso8601.h"
 
 namespace velk::ingest {
 namespace {
@@ -46,79 +48,9 @@ std::string element(const std::string& path, std::size_t index) {
 
 // ----- Lexical forms of dates -----------------------------------------------------------------
 
-// Reads `count` decimal digits at `pos`; absent when any is not a digit.
-std::optional<int> digits(std::string_view text, std::size_t pos, std::size_t count) {
-  if (pos + count > text.size()) {
-    return std::nullopt;
-  }
-  int value = 0;
-  for (std::size_t i = pos; i < pos + count; ++i) {
-    if (text[i] < '0' || text[i] > '9') {
-      return std::nullopt;
-    }
-    value = value * 10 + (text[i] - '0');
-  }
-  return value;
-}
-
-std::optional<std::chrono::year_month_day> calendarDay(std::string_view text) {
-  const auto year = digits(text, 0, 4);
-  const auto month = digits(text, 5, 2);
-  const auto day = digits(text, 8, 2);
-  if (text.size() < 10 || !year || !month || !day || text[4] != '-' || text[7] != '-') {
-    return std::nullopt;
-  }
-  const std::chrono::year_month_day ymd{std::chrono::year(*year),
-                                        std::chrono::month(static_cast<unsigned>(*month)),
-                                        std::chrono::day(static_cast<unsigned>(*day))};
-  if (!ymd.ok()) {
-    return std::nullopt;
-  }
-  return ymd;
-}
-
 // "2024-03-10T08:30:00+01:00", "2024-03-10T07:30:00.250Z": a day, a time and a UTC offset.
-std::optional<Date> parseMoment(std::string_view text) {
-  const auto ymd = calendarDay(text);
-  if (!ymd || text.size() < 20 || text[10] != 'T' || text[13] != ':' || text[16] != ':') {
-    return std::nullopt;
-  }
-  const auto hour = digits(text, 11, 2);
-  const auto minute = digits(text, 14, 2);
-  const auto second = digits(text, 17, 2);
-  if (!hour || !minute || !second || *hour > 23 || *minute > 59 || *second > 59) {
-    return std::nullopt;
-  }
-  std::size_t pos = 19;
-  double fraction = 0;
-  if (text[pos] == '.') {
-    const std::size_t first = ++pos;
-    double scale = 0.1;
-    while (pos < text.size() && text[pos] >= '0' && text[pos] <= '9') {
-      fraction += scale * (text[pos] - '0');
-      scale /= 10;
-      ++pos;
-    }
-    if (pos == first) {
-      return std::nullopt;
-    }
-  }
-  int offsetSeconds = 0;
-  const std::string_view zone = text.substr(pos);
-  if (zone != "Z") {
-    const auto offsetHours = digits(zone, 1, 2);
-    const auto offsetMinutes = digits(zone, 4, 2);
-    if (zone.size() != 6 || (zone[0] != '+' && zone[0] != '-') || zone[3] != ':' || !offsetHours ||
-        !offsetMinutes || *offsetHours > 23 || *offsetMinutes > 59) {
-      return std::nullopt;
-    }
-    offsetSeconds = (zone[0] == '-' ? -1 : 1) * (*offsetHours * 3600 + *offsetMinutes * 60);
-  }
-  const auto days = std::chrono::sys_days(*ymd).time_since_epoch().count();
-  const double local = static_cast<double>(days) * 86400.0 +
-                       static_cast<double>(*hour * 3600 + *minute * 60 + *second);
-  return Date::fromUnixSeconds(local - offsetSeconds + fraction);
-}
+constexpr platform::Iso8601Syntax kMomentSyntax{.fractionDigits =
+                                                    std::numeric_limits<std::size_t>::max()};
 
 // ----- The reader -------------------------------------------------------------------------------
 
@@ -240,7 +172,8 @@ class StoreFileReader {
 
   static Date moment(const json& value, const std::string& path) {
     const std::string text = string(value, path);
-    const auto date = parseMoment(text);
+    const auto written = platform::readIso8601(text, kMomentSyntax);
+    const auto date = written ? written->moment() : std::nullopt;
     if (!date) {
       fail(path,
            "expected an ISO 8601 date and time with a UTC offset or Z "
@@ -297,15 +230,11 @@ class StoreFileReader {
       return *error;
     }
     const std::string text = string(value, path);
-    const auto ymd = calendarDay(text);
-    if (!ymd || text.size() != 10) {
+    const auto day = platform::readIso8601Day(text);
+    if (!day) {
       fail(path, "expected a day \"YYYY-MM-DD\", found " + inQuotes(text));
     }
-    platform::DateComponents components;
-    components.year = static_cast<int>(ymd->year());
-    components.month = static_cast<unsigned>(ymd->month());
-    components.day = static_cast<unsigned>(ymd->day());
-    return components;
+    return *day;
   }
 
   static std::variant<std::int64_t, Error> biologicalSex(const json& value,
@@ -437,14 +366,22 @@ Result<StoreFileContents> StoreFile::parse(std::string_view text, const std::str
 }
 
 Result<StoreFileContents> StoreFile::read(const std::filesystem::path& path) {
-  std::ifstream in(path, std::ios::binary);
-  std::ostringstream text;
-  if (in) {
-    text << in.rdbuf();
-  }
-  if (!in || in.bad()) {
+  const auto unreadable = [&path](const std::string& why) {
     return Result<StoreFileContents>::failure(
-        invalid(StoreFileErrorCode::cannotRead, path.string(), "", "cannot read the file"));
+        invalid(StoreFileErrorCode::cannotRead, path.string(), "", "cannot read the file: " + why));
+  };
+  std::error_code ignored;
+  if (std::filesystem::is_directory(path, ignored)) {
+    return unreadable("it is a directory");
+  }
+  std::ifstream in(path, std::ios::binary);
+  if (!in) {
+    return unreadable(std::strerror(errno));
+  }
+  std::ostringstream text;
+  text << in.rdbuf();
+  if (in.bad()) {
+    return unreadable(std::strerror(errno));
   }
   return parse(text.str(), path.string());
 }

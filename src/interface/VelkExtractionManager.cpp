@@ -1,7 +1,5 @@
 #include "velk/VelkExtractionManager.h"
 
-#include <cstdio>
-#include <cstdlib>
 #include <utility>
 
 #include "body/VelkBodyProvider.h"
@@ -9,6 +7,7 @@
 #include "physical/VelkPhysicalProvider.h"
 #include "sleep/SleepRepository.h"
 #include "velk/BodyDocument.h"
+#include "velk/DebugOutput.h"
 #include "velk/PhysicalDocument.h"
 #include "velk/SleepDocument.h"
 
@@ -28,8 +27,7 @@ VelkExtractionManager::Owners makeOwners() {
 template <class Owner>
 std::shared_ptr<Owner> required(std::shared_ptr<Owner> owner, const char* name) {
   if (owner == nullptr) {
-    std::fprintf(stderr, "velk: VelkExtractionManager built without a %s\n", name);
-    std::abort();
+    platform::fatalError(std::string("VelkExtractionManager built without a ") + name);
   }
   return owner;
 }

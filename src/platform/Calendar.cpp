@@ -6,10 +6,9 @@
 #include <unicode/unistr.h>
 
 #include <cmath>
-#include <cstdio>
-#include <cstdlib>
 #include <limits>
 
+#include "velk/DebugOutput.h"
 #include "velk/Device.h"
 
 namespace velk::platform {
@@ -40,15 +39,13 @@ std::unique_ptr<icu::TimeZone> lookUpZone(const std::string& identifier) {
 std::unique_ptr<icu::Calendar> makeCalendar(const std::string& identifier) {
   auto zone = lookUpZone(identifier);
   if (!zone) {
-    std::fprintf(stderr, "velk: unknown time zone identifier \"%s\"\n", identifier.c_str());
-    std::abort();
+    fatalError("unknown time zone identifier \"" + identifier + "\"");
   }
   UErrorCode status = U_ZERO_ERROR;
   auto calendar =
       std::make_unique<icu::GregorianCalendar>(zone.release(), icu::Locale::getRoot(), status);
   if (U_FAILURE(status)) {
-    std::fprintf(stderr, "velk: cannot make a Gregorian calendar: %s\n", u_errorName(status));
-    std::abort();
+    fatalError(std::string("cannot make a Gregorian calendar: ") + u_errorName(status));
   }
   // Lenient, as the platform's calendar: out-of-range fields roll over. A wall time that the
   // clocks skip is read with the offset before the change, so it lands after the gap (02:30 on a

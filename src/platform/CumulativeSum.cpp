@@ -47,11 +47,9 @@ std::size_t rankOrigins(std::vector<Touching>& touching, const SourcePriority& p
   return origins.size();
 }
 
-// Several origins: cut the interval into slices at every clipped start and end, find the most
-// trusted origin present in each slice, and give each sample the share of the slices its origin
-// wins. A sample that wins all its slices gets exactly its plain share, so a lone source's sum
-// does not drift by rounding.
-double mergedSum(std::vector<Touching>& touching, std::size_t origins) {
+// The distinct clipped starts and ends of the samples that have a length, in order: slice i of
+// the interval runs from cuts[i] to cuts[i + 1].
+std::vector<Date> sliceCuts(const std::vector<Touching>& touching) {
   std::vector<Date> cuts;
   cuts.reserve(touching.size() * 2);
   for (const Touching& t : touching) {
@@ -62,9 +60,15 @@ double mergedSum(std::vector<Touching>& touching, std::size_t origins) {
   }
   std::sort(cuts.begin(), cuts.end());
   cuts.erase(std::unique(cuts.begin(), cuts.end()), cuts.end());
-  const std::size_t slices = cuts.empty() ? 0 : cuts.size() - 1;
+  return cuts;
+}
 
-  // Sweep: per origin the number of its samples open over each slice.
+constexpr std::size_t kNobody = static_cast<std::size_t>(-1);
+
+// Per slice, the rank of the most trusted origin with a sample open over it (kNobody if none):
+// a sweep that keeps, per origin, the number of its samples open.
+std::vector<std::size_t> sliceWinners(const std::vector<Touching>& touching,
+                                      const std::vector<Date>& cuts, std::size_t origins) {
   struct Edge {
     Date at;
     std::size_t rank;
@@ -79,7 +83,7 @@ double mergedSum(std::vector<Touching>& touching, std::size_t origins) {
     }
   }
   std::sort(edges.begin(), edges.end(), [](const Edge& a, const Edge& b) { return a.at < b.at; });
-  constexpr std::size_t kNobody = static_cast<std::size_t>(-1);
+  const std::size_t slices = cuts.empty() ? 0 : cuts.size() - 1;
   std::vector<std::size_t> winner(slices, kNobody);
   std::vector<int> open(origins, 0);
   std::size_t edge = 0;
@@ -95,36 +99,45 @@ double mergedSum(std::vector<Touching>& touching, std::size_t origins) {
       }
     }
   }
+  return winner;
+}
 
+// The share of one sample in the slices its origin wins. An instant counts whole unless a more
+// trusted source's sample is open at its moment.
+double wonShare(const Touching& t, const std::vector<Date>& cuts,
+                const std::vector<std::size_t>& winner) {
   const auto sliceAt = [&cuts](Date moment) {
     return static_cast<std::size_t>(std::upper_bound(cuts.begin(), cuts.end(), moment) -
                                     cuts.begin()) -
            1;
   };
+  if (t.to <= t.from) {
+    const bool inside = !cuts.empty() && t.from >= cuts.front() && t.from < cuts.back();
+    return !inside || winner[sliceAt(t.from)] >= t.rank ? share(t) : 0;
+  }
+  double lost = 0;
+  for (std::size_t slice = sliceAt(t.from); slice < winner.size() && cuts[slice] < t.to; ++slice) {
+    if (winner[slice] != t.rank) {
+      lost += cuts[slice + 1].timeIntervalSince(cuts[slice]);
+    }
+  }
+  if (lost == 0) {
+    return share(t);
+  }
+  const double won = t.to.timeIntervalSince(t.from) - lost;
+  return won > 0 ? t.sample->value * (won / t.sample->end.timeIntervalSince(t.sample->start)) : 0;
+}
+
+// Several origins: cut the interval into slices at every clipped start and end, find the most
+// trusted origin present in each slice, and give each sample the share of the slices its origin
+// wins. A sample that wins all its slices gets exactly its plain share, so a lone source's sum
+// does not drift by rounding.
+double mergedSum(const std::vector<Touching>& touching, std::size_t origins) {
+  const std::vector<Date> cuts = sliceCuts(touching);
+  const std::vector<std::size_t> winner = sliceWinners(touching, cuts, origins);
   double sum = 0;
   for (const Touching& t : touching) {
-    if (t.to <= t.from) {
-      // An instant: dropped under a more trusted source's sample.
-      const bool inside = !cuts.empty() && t.from >= cuts.front() && t.from < cuts.back();
-      if (!inside || winner[sliceAt(t.from)] >= t.rank) {
-        sum += share(t);
-      }
-      continue;
-    }
-    double lost = 0;
-    for (std::size_t slice = sliceAt(t.from); slice < slices && cuts[slice] < t.to; ++slice) {
-      if (winner[slice] != t.rank) {
-        lost += cuts[slice + 1].timeIntervalSince(cuts[slice]);
-      }
-    }
-    if (lost == 0) {
-      sum += share(t);
-      continue;
-    }
-    const double won = t.to.timeIntervalSince(t.from) - lost;
-    if (won > 0) {
-      sum += t.sample->value * (won / t.sample->end.timeIntervalSince(t.sample->start));
-    }
+    sum += wonShare(t, cuts, winner);
   }
   return sum;
 }

@@ -7,23 +7,17 @@
 #include <unicode/timezone.h>
 #include <unicode/unistr.h>
 
-#include <cstdio>
-#include <cstdlib>
 #include <mutex>
 #include <utility>
 
 #include "velk/Calendar.h"
+#include "velk/DebugOutput.h"
 #include "velk/Device.h"
 
 namespace velk::platform {
 namespace {
 
 constexpr double kMillisecondsPerSecond = 1000.0;
-
-[[noreturn]] void stop(const std::string& message) {
-  std::fprintf(stderr, "velk: %s\n", message.c_str());
-  std::abort();
-}
 
 // Hosts hand over BCP 47 tags ("en-US"); ICU's own names use underscores ("en_US"). Either works.
 icu::Locale makeLocale(const std::string& identifier) {
@@ -39,7 +33,7 @@ icu::Locale makeLocale(const std::string& identifier) {
 
 icu::TimeZone* makeZone(const std::string& identifier) {
   if (!Calendar::isKnownTimeZone(identifier)) {
-    stop("unknown time zone identifier \"" + identifier + "\" for a date formatter");
+    fatalError("unknown time zone identifier \"" + identifier + "\" for a date formatter");
   }
   return icu::TimeZone::createTimeZone(icu::UnicodeString::fromUTF8(identifier));
 }
@@ -82,7 +76,8 @@ DateFormatter::DateFormatter(std::string pattern, std::optional<std::string> tim
   shared_->format = std::make_unique<icu::SimpleDateFormat>(
       icu::UnicodeString::fromUTF8(shared_->pattern), makeLocale(shared_->locale), status);
   if (U_FAILURE(status)) {
-    stop("date format pattern \"" + shared_->pattern + "\" is not usable: " + u_errorName(status));
+    fatalError("date format pattern \"" + shared_->pattern +
+               "\" is not usable: " + u_errorName(status));
   }
   // As the platform's formatters: parsing is strict unless asked otherwise, and a wall time that
   // occurs twice reads as its first occurrence, as the calendar reads it.

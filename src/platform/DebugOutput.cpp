@@ -1,6 +1,7 @@
 #include "velk/DebugOutput.h"
 
 #include <cstdio>
+#include <cstdlib>
 #include <iostream>
 #include <mutex>
 #include <string>
@@ -25,14 +26,25 @@ std::shared_ptr<debug_output_detail::CaptureBuffer>& activeCapture() {
   return capture;
 }
 
-void writeLine(const std::string& line) {
+DebugOutputHandler& installedHandler() {
+  static DebugOutputHandler handler;
+  return handler;
+}
+
+// Writes one line where the debug output goes now; true when that is stderr.
+bool writeLine(std::string_view line) {
   std::lock_guard<std::mutex> lock(outputMutex());
   if (auto& capture = activeCapture()) {
     capture->text += line;
     capture->text += '\n';
-    return;
+    return false;
+  }
+  if (const auto& handler = installedHandler()) {
+    handler(line);
+    return false;
   }
   std::cerr << line << '\n' << std::flush;
+  return true;
 }
 
 }  // namespace
@@ -83,6 +95,19 @@ void debugPrint(std::string_view text) {
 
 void debugPrint(const Error& error) {
   writeLine(debugDescription(error));
+}
+
+void fatalError(std::string_view message) {
+  const std::string line = "velk: fatal error: " + std::string(message);
+  if (!writeLine(line)) {
+    std::cerr << line << '\n' << std::flush;
+  }
+  std::abort();
+}
+
+void setDebugOutputHandler(DebugOutputHandler handler) {
+  std::lock_guard<std::mutex> lock(outputMutex());
+  installedHandler() = std::move(handler);
 }
 
 DebugOutputCapture::DebugOutputCapture()

@@ -1,9 +1,8 @@
 #include "velk/Device.h"
+#include "velk/DebugOutput.h"
 
 #include <atomic>
 #include <chrono>
-#include <cstdio>
-#include <cstdlib>
 #include <utility>
 
 namespace velk::platform {
@@ -32,8 +31,7 @@ Device::Device(DeviceSettings settings, std::shared_ptr<HealthDatabase> healthDa
 std::shared_ptr<const Device> Device::current() {
   auto device = loadInstalled();
   if (!device) {
-    std::fputs("velk: no platform::Device is installed (install one with DeviceScope)\n", stderr);
-    std::abort();
+    fatalError("no platform::Device is installed (install one with DeviceScope)");
   }
   return device;
 }

@@ -1,7 +1,5 @@
 #include "platform/DispatchGroup.h"
-
-#include <cstdio>
-#include <cstdlib>
+#include "velk/DebugOutput.h"
 
 namespace velk::platform {
 
@@ -17,8 +15,7 @@ void DispatchGroup::leave() {
   {
     std::lock_guard lock(state_->mutex);
     if (state_->outstanding <= 0) {
-      std::fputs("velk: DispatchGroup::leave() without a matching enter()\n", stderr);
-      std::abort();
+      fatalError("DispatchGroup::leave() without a matching enter()");
     }
     if (--state_->outstanding == 0) {
       ready.swap(state_->waiting);

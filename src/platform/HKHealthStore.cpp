@@ -1,11 +1,11 @@
 #include "platform/HKHealthStore.h"
 
 #include <algorithm>
-#include <cstdio>
 #include <cstdlib>
 
 #include "platform/CanonicalUnits.h"
 #include "platform/HealthDatabase.h"
+#include "velk/DebugOutput.h"
 #include "velk/Device.h"
 
 namespace velk::platform {
@@ -56,8 +56,7 @@ Date sortKey(const StoredSample& sample, const std::string& key) {
   if (key == HKSampleSortIdentifierEndDate) {
     return sample.end;
   }
-  std::fprintf(stderr, "velk: cannot sort samples by \"%s\"\n", key.c_str());
-  std::abort();
+  fatalError("cannot sort samples by \"" + key + "\"");
 }
 
 // Sorts by the descriptors in turn; samples equal under all of them keep the stored order.

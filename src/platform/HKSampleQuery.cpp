@@ -1,7 +1,5 @@
 #include "platform/HKSampleQuery.h"
-
-#include <cstdio>
-#include <cstdlib>
+#include "velk/DebugOutput.h"
 
 namespace velk::platform {
 
@@ -14,9 +12,7 @@ HKSampleQuery::HKSampleQuery(HKObjectType sampleType, std::optional<NSPredicate>
       sortDescriptors_(std::move(sortDescriptors)),
       resultsHandler_(std::move(resultsHandler)) {
   if (limit_ < 0) {
-    std::fprintf(stderr, "velk: a sample query's limit cannot be negative (%lld)\n",
-                 static_cast<long long>(limit_));
-    std::abort();
+    fatalError("a sample query's limit cannot be negative (" + std::to_string(limit_) + ")");
   }
 }
 

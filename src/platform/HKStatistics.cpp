@@ -1,9 +1,8 @@
 #include <cmath>
-#include <cstdio>
-#include <cstdlib>
 
 #include "platform/HKStatistics.h"
 #include "platform/HKStatisticsCollectionQuery.h"
+#include "velk/DebugOutput.h"
 
 namespace velk::platform {
 
@@ -109,11 +108,9 @@ HKStatisticsCollectionQuery::HKStatisticsCollectionQuery(
       intervalComponents_(intervalComponents) {
   const auto interval = StatisticsInterval::fromComponents(intervalComponents_);
   if (!interval) {
-    std::fputs(
-        "velk: a statistics collection query needs an interval of whole days or of hours, "
-        "minutes and seconds\n",
-        stderr);
-    std::abort();
+    fatalError(
+        "a statistics collection query needs an interval of whole days or of hours, minutes and "
+        "seconds");
   }
   interval_ = *interval;
 }

@@ -1,9 +1,9 @@
 #include "platform/HKUnit.h"
+#include "velk/DebugOutput.h"
 
 #include <array>
 #include <cctype>
 #include <cstdint>
-#include <cstdio>
 #include <cstdlib>
 #include <memory>
 #include <mutex>
@@ -151,8 +151,7 @@ std::string_view prefixText(HKMetricPrefix prefix) {
     case HKMetricPrefix::femto:
       return "f";
   }
-  std::fprintf(stderr, "velk: unknown metric prefix %d\n", static_cast<int>(prefix));
-  std::abort();
+  fatalError("unknown metric prefix " + std::to_string(static_cast<int>(prefix)));
 }
 
 // A unit while it is being read: dimension and scale, plus whether it is a shifted temperature
@@ -331,9 +330,7 @@ bool needsParentheses(const std::string& text) {
 HKUnit mustParse(std::string_view text) {
   auto unit = HKUnit::unitFromString(text);
   if (!unit) {
-    std::fprintf(stderr, "velk: \"%.*s\" is not a unit\n", static_cast<int>(text.size()),
-                 text.data());
-    std::abort();
+    fatalError("\"" + std::string(text) + "\" is not a unit");
   }
   return *unit;
 }
@@ -417,11 +414,8 @@ bool HKUnit::isCompatible(HKUnit other) const {
 
 double HKUnit::convert(double value, HKUnit target) const {
   if (!isCompatible(target)) {
-    std::fprintf(stderr,
-                 "velk: attempt to convert incompatible units: \"%s\" cannot be expressed in "
-                 "\"%s\"\n",
-                 unitString().c_str(), target.unitString().c_str());
-    std::abort();
+    fatalError("attempt to convert incompatible units: \"" + unitString() +
+               "\" cannot be expressed in \"" + target.unitString() + "\"");
   }
   if (definition_ == target.definition_) {
     return value;

@@ -1,5 +1,9 @@
 #include "platform/HealthDatabase.h"
 
+#include <algorithm>
+#include <set>
+
+#include "platform/HKObjectType.h"
 #include "platform/InMemoryHealthDatabase.h"
 #include "velk/Device.h"
 
@@ -19,6 +23,27 @@ std::shared_ptr<HealthDatabase> HealthDatabase::ofCurrentDevice() {
                                                     std::vector<SampleRecord>{});
   }();
   return unavailable;
+}
+
+std::vector<std::string> HealthDatabase::sampleTypes() const {
+  std::vector<std::string> held;
+  for (const auto identifier : HKObjectType::platformIdentifiers()) {
+    if (!samples(std::string(identifier), std::nullopt, std::nullopt).empty()) {
+      held.emplace_back(identifier);
+    }
+  }
+  std::sort(held.begin(), held.end());
+  return held;
+}
+
+std::vector<std::string> HealthDatabase::sourceBundleIdentifiers() const {
+  std::set<std::string> sources;
+  for (const auto& type : sampleTypes()) {
+    for (const auto& sample : samples(type, std::nullopt, std::nullopt)) {
+      sources.insert(sample.sourceBundleIdentifier.str());
+    }
+  }
+  return {sources.begin(), sources.end()};
 }
 
 SourcePriority HealthDatabase::sourcePriority() const {

@@ -79,6 +79,14 @@ class HealthDatabase {
 
   virtual Characteristics characteristics() const = 0;
 
+  /// The identifiers of the types it holds samples of, sorted. By default the platform's types
+  /// that samples() finds samples of; a database that knows its types answers from them.
+  virtual std::vector<std::string> sampleTypes() const;
+
+  /// The bundle identifiers of the sources of its samples, sorted, each once. By default read
+  /// from the samples of sampleTypes().
+  virtual std::vector<std::string> sourceBundleIdentifiers() const;
+
   /// The order in which statistics trust overlapping sources. The default order unless a
   /// database is told otherwise.
   virtual SourcePriority sourcePriority() const;

@@ -1,11 +1,11 @@
 #include "platform/InMemoryHealthDatabase.h"
 
 #include <algorithm>
-#include <cstdio>
 #include <cstdlib>
 #include <limits>
 
 #include "platform/HKObjectType.h"
+#include "velk/DebugOutput.h"
 
 namespace velk::platform {
 
@@ -17,15 +17,13 @@ InMemoryHealthDatabase::InMemoryHealthDatabase(HealthDatabaseSettings settings,
                                                const std::vector<SampleRecord>& records)
     : settings_(std::move(settings)), characteristics_(std::move(characteristics)) {
   if (records.size() > std::numeric_limits<std::uint32_t>::max()) {
-    std::fputs("velk: too many samples for one in-memory health database\n", stderr);
-    std::abort();
+    fatalError("too many samples for one in-memory health database");
   }
   for (const SampleRecord& record : records) {
     auto sample = StoredSample::from(record);
     if (!sample) {
-      std::fprintf(stderr, "velk: sample of %s has unit \"%s\", which is not a unit\n",
-                   record.type.c_str(), record.unit.c_str());
-      std::abort();
+      fatalError("sample of " + record.type + " has unit \"" + record.unit +
+                 "\", which is not a unit");
     }
     TypeTable& table = tables_[record.type];
     table.longestDuration =
@@ -110,6 +108,17 @@ std::vector<StoredSample> InMemoryHealthDatabase::samples(const std::string& typ
 
 Characteristics InMemoryHealthDatabase::characteristics() const {
   return characteristics_;
+}
+
+std::vector<std::string> InMemoryHealthDatabase::sampleTypes() const {
+  std::vector<std::string> held;
+  for (const auto& [type, table] : tables_) {
+    if (!table.samples.empty()) {
+      held.push_back(type);
+    }
+  }
+  std::sort(held.begin(), held.end());
+  return held;
 }
 
 SourcePriority InMemoryHealthDatabase::sourcePriority() const {

@@ -29,6 +29,7 @@ class InMemoryHealthDatabase final : public HealthDatabase {
   std::vector<StoredSample> samples(const std::string& typeIdentifier, std::optional<Date> start,
                                     std::optional<Date> end) const override;
   Characteristics characteristics() const override;
+  std::vector<std::string> sampleTypes() const override;
   SourcePriority sourcePriority() const override;
 
   std::size_t sampleCount() const;

@@ -1,4 +1,5 @@
 #include "platform/UserDefaults.h"
+#include "velk/DebugOutput.h"
 
 #include <sqlite3.h>
 
@@ -121,8 +122,7 @@ Result<std::shared_ptr<UserDefaults>> UserDefaults::open(const std::filesystem::
 std::shared_ptr<UserDefaults> UserDefaults::inMemory() {
   auto opened = open(kMemoryPath);
   if (!opened.isSuccess()) {
-    std::fprintf(stderr, "velk: %s\n", opened.error().message().c_str());
-    std::abort();
+    fatalError(opened.error().message());
   }
   return std::move(opened).value();
 }

@@ -13,13 +13,6 @@ namespace {
 // The first system version whose sleep-analysis values include the stages (core, deep, REM).
 constexpr platform::OSVersion kSleepStagesVersion{16, 0, 0};
 
-// The health app writes under its own bundle identifier, and each paired device under that
-// identifier followed by a dot and the device's identifier. The test is a plain substring test,
-// not a prefix test, so any identifier that carries the text passes.
-bool isHealthAppSource(const platform::HKCategorySample& sample) {
-  return sample.sourceBundleIdentifier().find("com.apple.health") != std::string::npos;
-}
-
 // The store's sleep-analysis values, indexed by value: in bed, asleep (unspecified), awake, core,
 // deep, REM. This is not the order of SleepEvent's cases.
 constexpr SleepEvent kEventOfValue[] = {SleepEvent::inBed,      SleepEvent::aSleep,
@@ -31,7 +24,7 @@ constexpr std::uint64_t kLegacyValueCount = 3;
 std::optional<SleepAnalysis> translate(const platform::HKCategorySample& sample,
                                        std::uint64_t knownValueCount) {
   // The filter comes first, so a foreign app's sample is dropped whatever its value.
-  if (!isHealthAppSource(sample)) {
+  if (!SleepAnalysisBuilder::readsSource(sample.sourceBundleIdentifier())) {
     return std::nullopt;
   }
   const double durationSeconds = std::fabs(sample.endDate().timeIntervalSinceReferenceDate() -
@@ -45,6 +38,19 @@ std::optional<SleepAnalysis> translate(const platform::HKCategorySample& sample,
 }
 
 }  // namespace
+
+// The health app writes under its own bundle identifier, and each paired device under that
+// identifier followed by a dot and the device's identifier. The test is a plain substring test,
+// not a prefix test, so any identifier that carries the text passes.
+bool SleepAnalysisBuilder::readsSource(std::string_view bundleIdentifier) {
+  return bundleIdentifier.find("com.apple.health") != std::string_view::npos;
+}
+
+bool SleepAnalysisBuilder::understandsValue(std::int64_t value,
+                                            const platform::OSVersion& version) {
+  const auto known = version >= kSleepStagesVersion ? kStagedValueCount : kLegacyValueCount;
+  return value >= 0 && static_cast<std::uint64_t>(value) < known;
+}
 
 std::vector<SleepAnalysis> SleepAnalysisBuilder::buildSleepAnalyses(const Samples& samples) const {
   std::vector<SleepAnalysis> analyses;

@@ -4,12 +4,15 @@
 // two devices that recorded the same minutes are both counted.
 #pragma once
 
+#include <cstdint>
 #include <memory>
 #include <optional>
+#include <string_view>
 #include <vector>
 
 #include "platform/HKSample.h"
 #include "sleep/SleepAnalysis.h"
+#include "velk/Device.h"
 
 namespace velk {
 
@@ -29,6 +32,15 @@ class SleepAnalysisBuilder {
   /// Older systems: only in bed (0), asleep (1) and awake (2); stage values are dropped.
   virtual std::optional<SleepAnalysis> makeLegacyAnalysis(
       const platform::HKCategorySample& sample) const;
+
+  /// Whether samples of the source are read at all: the health app's own sources only (bundle
+  /// identifiers containing "com.apple.health"). Other apps' sleep samples are dropped, whatever
+  /// their value.
+  static bool readsSource(std::string_view bundleIdentifier);
+
+  /// Whether a sleep-analysis value is understood on a system of `version`: 0 to 5 from 16.0 on,
+  /// 0 to 2 before.
+  static bool understandsValue(std::int64_t value, const platform::OSVersion& version);
 };
 
 }  // namespace velk

@@ -138,4 +138,8 @@ std::optional<std::vector<VelkDataType>> kindsFromNames(const std::vector<std::s
   return kinds;
 }
 
+std::string_view kindName(VelkDataType kind) {
+  return namesOf(kind).name;
+}
+
 }  // namespace velk::table

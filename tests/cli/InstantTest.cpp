@@ -16,19 +16,24 @@ TEST(InstantTest, ReadsOffsetAndLocalFormsAndNothingElse) {
   const std::tuple<const char*, const char*, double> cases[] = {
       {"2024-03-10T08:30:00+01:00", "Asia/Tokyo", 1710055800},
       {"2024-03-10T07:30:00Z", "Asia/Tokyo", 1710055800},
+      {"2024-03-10T08:30:00+0100", "UTC", 1710055800},
       {"2024-03-10T07:30Z", "UTC", 1710055800},
       {"2024-03-10T07:30:00.25Z", "UTC", 1710055800.25},
       {"2024-03-10T08:30", "Europe/Berlin", 1710055800},
       {"2024-03-10T08:30:00", "Europe/Berlin", 1710055800},
       {"2024-03-10", "Europe/Berlin", 1710025200},
+      // As exports write dates: a space between date and time, an offset without a colon.
+      {"2024-03-10 08:30", "Europe/Berlin", 1710055800},
+      {"2024-03-10 08:30:00 +0100", "Asia/Tokyo", 1710055800},
       // 02:30 does not exist on the morning the clocks go forward: it is read after the gap.
       {"2024-03-31T02:30", "Europe/Berlin", 1711848600},
   };
   for (const auto& [text, zone, expected] : cases) {
     EXPECT_EQ(unixSeconds(text, zone), expected) << text << " in " << zone;
   }
-  for (const char* text : {"", "10/03/2024", "2024-03-10 08:30", "2024-03-10T08:30:00+0100x",
-                           "2024-13-40", "yesterday", "2024-03-10T25:00"}) {
+  for (const char* text :
+       {"", "10/03/2024", "2024-03-10_08:30", "2024-02-30", "2024-03-10T08:30:00+0100x",
+        "2024-13-40", "yesterday", "2024-03-10T25:00"}) {
     EXPECT_EQ(unixSeconds(text, "UTC"), -1) << text;
   }
 }

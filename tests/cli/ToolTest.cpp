@@ -4,6 +4,7 @@
 #include <nlohmann/json.hpp>
 
 #include <algorithm>
+#include <cstdlib>
 #include <filesystem>
 #include <sstream>
 #include <string>
@@ -23,7 +24,8 @@ using ::testing::HasSubstr;
 
 struct ToolRun {
   int status = -1;
-  std::vector<json> lines;  // stdout, one JSON value per line
+  std::vector<json> lines;  // stdout, one JSON value per line (when it is JSON)
+  std::string out;
   std::string err;
 };
 
@@ -48,9 +50,12 @@ class ToolTest : public ::testing::Test {
       run.status = runTool(all, out, err);
       err << debugOutput.text();
     }
-    std::istringstream lines(out.str());
+    run.out = out.str();
+    std::istringstream lines(run.out);
     for (std::string line; std::getline(lines, line);) {
-      run.lines.push_back(json::parse(line));
+      if (json::accept(line)) {
+        run.lines.push_back(json::parse(line));
+      }
     }
     run.err = err.str();
     return run;
@@ -62,6 +67,10 @@ class ToolTest : public ::testing::Test {
     one.update(extra);
     return one;
   }
+
+  // The default database lives in the test's folder, never in the user's.
+  void SetUp() override { ::setenv("XDG_DATA_HOME", folder_.file("data").c_str(), 1); }
+  void TearDown() override { ::unsetenv("XDG_DATA_HOME"); }
 
   testing::TempDir folder_;
   std::string state_ = folder_.file("defaults.sqlite").string();
@@ -136,6 +145,14 @@ TEST_F(ToolTest, AnEmptyNightAndAStoreError) {
   EXPECT_EQ(velk({"last-date"}).lines[0]["velk_last_sleep_date_extraction"],
             "2024-03-10T00:00:00.000+01:00");
 
+  // A range's envelope holds the error in place of the document.
+  const ToolRun inRange =
+      velk({"summary", "sleep", "--from", "2024-03-11", "--to", "2024-03-11"}, failing);
+  EXPECT_EQ(inRange.status, 3);
+  ASSERT_EQ(inRange.lines.size(), 1u);
+  EXPECT_EQ(inRange.lines[0],
+            (json{{"day", "2024-03-11"}, {"kind", "sleep"}, {"error", failed.lines[0]["error"]}}));
+
   // A table or report of a range passes the error on the same way, and writes no file.
   const std::vector<std::string> range = {"--from", "2024-03-11", "--to", "2024-03-12"};
   std::vector<std::string> table = {"table", "all"};
@@ -166,8 +183,9 @@ TEST_F(ToolTest, PhysicalBodyAndAllFromStoreFiles) {
                              date + "T07:00:00+01:00", 150 + day, {{"unit", "lb"}}));
   }
   const json store = {{"date_of_birth", "1990-03-08"}, {"biological_sex", 2}, {"samples", samples}};
-  const ToolRun run =
-      velk({"--now", "2024-03-07T12:00", "summary", "all", "--date", "2024-03-07T12:00"}, store);
+  const ToolRun run = velk(
+      {"--verbose", "--now", "2024-03-07T12:00", "summary", "all", "--date", "2024-03-07T12:00"},
+      store);
   ASSERT_EQ(run.status, 0) << run.err;
   ASSERT_EQ(run.lines.size(), 3u);
   const json& day = run.lines[1]["summaries"]["daily_activity_related_data"];
@@ -186,16 +204,24 @@ TEST_F(ToolTest, PhysicalBodyAndAllFromStoreFiles) {
   EXPECT_EQ(person["date_of_birth"], "1990-03-08");
   EXPECT_EQ(person["age"], 33);  // the birthday is tomorrow
 
+  // A range names the day and kind of each document; --bare prints the documents alone.
   const ToolRun range = velk({"summary", "all", "--from", "2024-03-30", "--to", "2024-04-01"});
+  const ToolRun bare =
+      velk({"summary", "all", "--from", "2024-03-30", "--to", "2024-04-01", "--bare"});
   ASSERT_EQ(range.status, 0) << range.err;
   ASSERT_EQ(range.lines.size(), 9u);
-  const std::vector<std::string> kinds = {"sleep_health", "physical_health", "body_health"};
+  ASSERT_EQ(bare.lines.size(), 9u);
+  const std::vector<std::string> kinds = {"sleep", "physical", "body"};
+  const std::vector<std::string> days = {"2024-03-30", "2024-03-31", "2024-04-01"};
   for (std::size_t i = 0; i < range.lines.size(); ++i) {
-    EXPECT_EQ(range.lines[i]["data_structure"], kinds[i % 3]);
+    EXPECT_EQ(range.lines[i]["day"], days[i / 3]);
+    EXPECT_EQ(range.lines[i]["kind"], kinds[i % 3]);
+    EXPECT_EQ(range.lines[i]["document"]["data_structure"], kinds[i % 3] + "_health");
+    EXPECT_EQ(bare.lines[i]["data_structure"], kinds[i % 3] + "_health");
   }
   // Also after the clocks went forward on the 31st.
   const double noonOfTheFirst = 733658400;  // 2024-04-01T10:00:00Z
-  EXPECT_EQ(range.lines[7]["summaries"]["daily_activity_related_data"]["metadata"]["datetime"],
+  EXPECT_EQ(bare.lines[7]["summaries"]["daily_activity_related_data"]["metadata"]["datetime"],
             noonOfTheFirst);
 }
 
@@ -206,7 +232,8 @@ TEST_F(ToolTest, PermissionsPrintTheReadSetOrTheError) {
       "HKCharacteristicTypeIdentifierBiologicalSex", "HKCharacteristicTypeIdentifierDateOfBirth",
       "HKQuantityTypeIdentifierBodyMass", "HKQuantityTypeIdentifierHeight"]})"));
 
-  const ToolRun unavailable = velk({"permissions", "all"}, {{"health_data_available", false}});
+  const ToolRun unavailable =
+      velk({"permissions", "all", "-v"}, {{"health_data_available", false}});
   EXPECT_EQ(unavailable.status, 3);
   EXPECT_EQ(unavailable.lines[0]["error"]["message"],
             "apple health kit is not avaible un your device");
@@ -262,6 +289,149 @@ TEST_F(ToolTest, AnImportedExportAnswersAsTheExportItselfAndSurvivesAFailedImpor
   ASSERT_EQ(units.status, 0) << units.err;
   EXPECT_EQ(units.lines[0]["samples"], 1);
   EXPECT_EQ(units.lines[0]["samples_without_unit"], 2);
+}
+
+// The tool as people meet it: quiet unless asked, the default database when no source is named,
+// and messages that say why.
+TEST_F(ToolTest, SpeaksToPeople) {
+  // A day without HRV samples is no failure: the library's debug output shows only when asked.
+  const json steps = {
+      {"samples", {sample(kSteps, "2024-03-10T09:00:00+01:00", "2024-03-10T09:10:00+01:00", 100)}}};
+  const std::vector<std::string> day = {"summary", "physical", "--date", "2024-03-10T12:00"};
+  const ToolRun quiet = velk(day, steps);
+  ASSERT_EQ(quiet.status, 0) << quiet.err;
+  EXPECT_EQ(quiet.err, "");
+  std::vector<std::string> verbose = {"--verbose"};
+  verbose.insert(verbose.end(), day.begin(), day.end());
+  EXPECT_THAT(velk(verbose, steps).err, HasSubstr("Error Domain="));
+  ::setenv("VELK_DEBUG", "1", 1);
+  const ToolRun debug = velk(day, steps);
+  ::unsetenv("VELK_DEBUG");
+  EXPECT_THAT(debug.err, HasSubstr("Error Domain="));
+
+  // No data source and no default database: said, rather than answered from an empty store.
+  const ToolRun none = velk(day, nullptr);
+  EXPECT_EQ(none.status, 2);
+  EXPECT_EQ(none.err,
+            "velk: no health data: run `velk import EXPORT` or give --export, --db or --store\n");
+  EXPECT_EQ(velk({"last-date"}, nullptr).status, 0);  // needs none
+
+  // `velk import` without --db writes the default database, which commands without a source read.
+  const std::string exportPath = testing::sourcePath("data/sample/watch5-2020/export.xml").string();
+  const ToolRun imported = velk({"import", exportPath}, nullptr);
+  ASSERT_EQ(imported.status, 0) << imported.err;
+  EXPECT_EQ(imported.lines[0]["database"], folder_.file("data/velk/health.sqlite").string());
+  const ToolRun fromDefault =
+      velk({"--tz", "Africa/Johannesburg", "summary", "physical", "--date", "2020-04-13"}, nullptr);
+  ASSERT_EQ(fromDefault.status, 0) << fromDefault.err;
+  EXPECT_EQ(fromDefault.lines[0]["summaries"]["daily_activity_related_data"]["distance_data"]
+                             ["steps_per_day_number"],
+            755);
+
+  // Messages say why, and what to do.
+  const std::string sources = folder_.write("sources.json", "{}").string();
+  const std::string folder = folder_.path().string();
+  const std::pair<std::vector<std::string>, std::string> cases[] = {
+      {{"--export", folder_.file("nosuch.zip").string()}, "nosuch.zip: No such file or directory"},
+      {{"--export", folder}, folder + ": it is a directory"},
+      {{"--store", folder}, "it is a directory"},
+      {{"--sources", sources}, "give it to `velk import`"},
+  };
+  for (const auto& [source, part] : cases) {
+    std::vector<std::string> arguments = source;
+    arguments.insert(arguments.end(), day.begin(), day.end());
+    const ToolRun run = velk(arguments, nullptr);
+    EXPECT_EQ(run.status, 2) << part;
+    EXPECT_THAT(run.err, HasSubstr(part));
+  }
+  EXPECT_THAT(velk({"summary", "sleep", "--date", "13/04/2020"}).err,
+              HasSubstr("\"13/04/2020\" is not an INSTANT (give 2024-03-10, 2024-03-10T08:30"));
+  EXPECT_THAT(velk({"summary", "sleep", "--date", "2020-02-30"}).err,
+              HasSubstr("there is no day 2020-02-30"));
+}
+
+// velk info shows what the data holds and what the rules leave out: here another app's night,
+// which a source mapping at import then counts, summed with the phone's over their overlap.
+TEST_F(ToolTest, InfoShowsTheDataAndWhatTheRulesLeaveOut) {
+  const auto record = [](const std::string& type, const std::string& source,
+                         const std::string& start, const std::string& end,
+                         const std::string& rest) {
+    return " <Record type=\"" + type + "\" sourceName=\"" + source + "\" startDate=\"" + start +
+           "\" endDate=\"" + end + "\" " + rest + "\n";
+  };
+  const std::string inBed = "value=\"HKCategoryValueSleepAnalysisInBed\"/>";
+  const std::string xml =
+      "<HealthData locale=\"en_US\">\n"
+      " <Me HKCharacteristicTypeIdentifierDateOfBirth=\"1988-10-29\" "
+      "HKCharacteristicTypeIdentifierBiologicalSex=\"HKBiologicalSexFemale\"/>\n" +
+      record(kSleep, "Jane's iPhone", "2024-03-09 23:00:00 +0100", "2024-03-10 07:00:00 +0100",
+             inBed) +
+      record(kSleep, "Connect", "2024-03-09 22:09:00 +0100", "2024-03-10 05:35:26 +0100", inBed) +
+      record(kSteps, "Connect", "2024-03-10 09:00:00 +0100", "2024-03-10 09:10:00 +0100",
+             "unit=\"count\" value=\"700\"/>") +
+      record(kSteps, "Jane's iPhone", "2024-03-11 09:00:00 +0100", "2024-03-11 09:10:00 +0100",
+             "unit=\"count\" value=\"500\"><MetadataEntry key=\"HKWasUserEntered\" "
+             "value=\"1\"/></Record>") +
+      "</HealthData>\n";
+  const std::string exportPath = folder_.write("export.xml", xml).string();
+
+  const ToolRun run = velk({"--export", exportPath, "info"}, nullptr);
+  ASSERT_EQ(run.status, 0) << run.err;
+  const json& info = run.lines[0];
+  EXPECT_EQ(info["period"], json::parse(R"({"first_day": "2024-03-09", "last_day": "2024-03-11",
+                                           "days_with_data": 3, "samples": 4})"));
+  EXPECT_EQ(info["types"][1], json::parse(R"({"type": "HKQuantityTypeIdentifierStepCount",
+      "samples": 2, "first_day": "2024-03-10", "last_day": "2024-03-11", "days_with_data": 2,
+      "entered_by_hand": 1})"));
+  EXPECT_EQ(info["characteristics"],
+            json::parse(R"({"date_of_birth": "1988-10-29", "biological_sex": "female"})"));
+  ASSERT_EQ(info["sources"].size(), 2u);
+  const json& connect = info["sources"][0];
+  const json& phone = info["sources"][1];
+  EXPECT_EQ(connect["name"], "Connect");
+  EXPECT_EQ(connect["samples"], json::parse(R"({"HKCategoryTypeIdentifierSleepAnalysis": 1,
+                                               "HKQuantityTypeIdentifierStepCount": 1})"));
+  EXPECT_EQ(connect["sleep_rules_read_it"], false);
+  EXPECT_EQ(phone["sleep_rules_read_it"], true);
+  EXPECT_EQ(phone["day_sum_place"], 1);  // the health store's own sources come first
+  EXPECT_EQ(connect["day_sum_place"], 2);
+  const json& leftOut = info["left_out_by_the_rules"];
+  ASSERT_EQ(leftOut.size(), 2u);
+  EXPECT_EQ(leftOut[0]["source"], "Connect");
+  EXPECT_EQ(leftOut[0]["records"], 1);
+  EXPECT_THAT(leftOut[0]["why"].get<std::string>(), HasSubstr("--sources"));
+  EXPECT_EQ(leftOut[1]["type"], kSteps);
+  EXPECT_THAT(leftOut[1]["why"].get<std::string>(), HasSubstr("entered by hand"));
+
+  // The priority moves Connect forward; an identifier the data lacks is warned about.
+  const ToolRun moved = velk(
+      {"--export", exportPath, "--source-priority",
+       connect["bundle_identifier"].get<std::string>() + ",com.bogus", "info", "--format", "text"},
+      nullptr);
+  ASSERT_EQ(moved.status, 0) << moved.err;
+  EXPECT_THAT(moved.err, HasSubstr("\"com.bogus\""));
+  EXPECT_THAT(moved.err, ::testing::Not(HasSubstr("export.source")));
+  EXPECT_THAT(moved.out, AllOf(HasSubstr("Period: 2024-03-09 to 2024-03-11"),
+                               HasSubstr("Left out by the library's rules:\n  1 " +
+                                         std::string(kSleep) + " from Connect")));
+
+  // Mapped at import, Connect's night counts, summed with the phone's: 28,800 s + 26,786 s in
+  // bed for a night that spans 31,860 s.
+  const std::string database = folder_.file("mapped.db").string();
+  const std::string sources =
+      folder_.write("sources.json", R"({"Connect": "com.apple.health.connect"})").string();
+  ASSERT_EQ(velk({"import", exportPath, "--db", database, "--sources", sources}, nullptr).status,
+            0);
+  const ToolRun mapped = velk({"--db", database, "info"}, nullptr);
+  EXPECT_EQ(mapped.lines[0]["sources"][0]["sleep_rules_read_it"], true);
+  EXPECT_EQ(mapped.lines[0]["left_out_by_the_rules"].size(), 1u);  // the hand entry only
+  const ToolRun night =
+      velk({"--db", database, "summary", "sleep", "--date", "2024-03-10"}, nullptr);
+  ASSERT_EQ(night.status, 0) << night.err;
+  const json& sleep = sleepOf(night.lines[0]);
+  EXPECT_EQ(sleep["time_in_bed_seconds"], 55586);
+  EXPECT_EQ(sleep["sleep_end_datetime"].get<double>() - sleep["sleep_start_datetime"].get<double>(),
+            31860);
 }
 
 TEST_F(ToolTest, BadInputIsReportedOnStderrWithStatusTwo) {

@@ -2,6 +2,7 @@
 
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <set>
 
 #include "ingest/ExportDate.h"
@@ -153,6 +154,25 @@ TEST(ExportReaderTest, ReadsTheRealExportsWithTheirDtdAndOddRecords) {
   EXPECT_EQ(other.records.size(), 5u);
 }
 
+// The first exports (iOS 8) are read whole: compact dates, `source=`, the characteristics as a
+// compact day and the platform's integer, heart rate as statistics (the average is the value),
+// and events without a value, left out without a warning.
+TEST(ExportReaderTest, ReadsTheFirstExportsWhole) {
+  CollectingSink sink;
+  const auto report = readInto(testing::sourcePath("tests/ingest/data/ios8-export.xml"), sink);
+  ASSERT_TRUE(report.isSuccess()) << report.error();
+  EXPECT_FALSE(report.value().hasWarnings()) << report.value().warningLines().front();
+  EXPECT_EQ(report.value().unreadCategoryRecordsSkipped, 1u);
+  EXPECT_EQ(sink.countsByType(), "HeartRate=2 SleepAnalysis=1 StepCount=2");
+  EXPECT_EQ(sink.values(), (std::vector<double>{512, 300, 1.11667, 1.5, 0}));
+  EXPECT_EQ(sink.records[0].sourceName, "Jane Doe's iPhone");
+  EXPECT_EQ(sink.records[4].sourceBundleIdentifier, "com.apple.health");
+  ASSERT_TRUE(sink.me.has_value());
+  const auto& birth = std::get<platform::DateComponents>(sink.me->dateOfBirth);
+  EXPECT_EQ(std::tuple(birth.year, birth.month, birth.day), std::tuple(1988, 10, 29));
+  EXPECT_EQ(std::get<std::int64_t>(sink.me->biologicalSex), 2);
+}
+
 TEST(ExportReaderTest, SurvivesTheKnownKindsOfBrokenExports) {
   testing::TempDir dir;
   std::string text =
@@ -191,7 +211,10 @@ TEST(ExportReaderTest, SurvivesTheKnownKindsOfBrokenExports) {
                             "AsleepDeep", "AsleepREM", "Dreaming"}) {  // 24-31
     text += testing::sleepRecord(stage);
   }
-  text += "</HealthData>\n";
+  text +=
+      " <Record type=\"HKCategoryTypeIdentifierHighHeartRateEvent\" sourceName=\"W\" "
+      "startDate=\"2024-03-10 08:30:00 +0100\" endDate=\"2024-03-10 08:30:00 +0100\"/>\n"  // 32
+      "</HealthData>\n";
   CollectingSink sink;
   const auto report = readInto(dir.write("broken.xml", text), sink);
   ASSERT_TRUE(report.isSuccess()) << report.error();
@@ -213,6 +236,19 @@ TEST(ExportReaderTest, SurvivesTheKnownKindsOfBrokenExports) {
   EXPECT_EQ(r.entry(ExportIssue::nonNumericValue).firstLines, std::vector<std::uint64_t>{19});
   EXPECT_EQ(r.entry(ExportIssue::unknownCategoryValue).firstLines, std::vector<std::uint64_t>{31});
   EXPECT_EQ(r.warningLines().size(), 6u);
+  // A value at fault is named with its type; a category record that no summary reads is left
+  // out without a warning, since nothing reported is lost.
+  const auto lines = r.warningLines();
+  const auto warned = [&lines](const std::string& part) {
+    return std::any_of(lines.begin(), lines.end(), [&part](const std::string& line) {
+      return line.find(part) != std::string::npos;
+    });
+  };
+  EXPECT_TRUE(warned("HKQuantityTypeIdentifierHeartRate \"high\""));
+  EXPECT_TRUE(
+      warned("HKCategoryTypeIdentifierSleepAnalysis \"HKCategoryValueSleepAnalysisDreaming\""));
+  EXPECT_FALSE(warned("HighHeartRateEvent"));
+  EXPECT_EQ(r.unreadCategoryRecordsSkipped, 1u);
 
   const auto& sleep = sink.records[4];
   EXPECT_EQ(sleep.kind, platform::SampleKind::category);
