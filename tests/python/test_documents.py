@@ -12,7 +12,7 @@ from conftest import NOW, SAMPLE, SAMPLE_ZONE
 
 def test_summaries_over_a_range_equal_the_tools(sample_device, tool):
     expected = tool("--export", str(SAMPLE), "--tz", SAMPLE_ZONE, "--now", NOW, "summary", "all",
-                    "--from", "2020-04-09", "--to", "2020-04-18")
+                    "--from", "2020-04-09", "--to", "2020-04-18", "--bare")
     documents = sample_device.summaries("all", datetime.date(2020, 4, 9), "2020-04-18")
     assert not isinstance(documents, list)  # a generator: one day at a time
     documents = list(documents)
