@@ -31,6 +31,7 @@ inline constexpr const char* kTableErrorDomain = "velk.table";
 enum class TableError : std::int64_t {
   noAnswer = 1,  ///< the library gave no answer for a day in time (a released reader)
   badRange = 2,  ///< the first day lies after the last, or the calendar cannot name a day
+  stopped = 3,   ///< the progress handler asked to stop
 };
 
 /// What a column's cells hold. Every cell may also be empty (null).
@@ -102,8 +103,9 @@ struct DayTable {
   std::vector<std::vector<nlohmann::json>> rows;
 };
 
-/// Called after each day with the days done and the days in the range.
-using DayProgress = std::function<void(std::size_t done, std::size_t total)>;
+/// Called after each day with the days done and the days in the range; answers whether to go on
+/// (false stops the table, e.g. when the user interrupts the host).
+using DayProgress = std::function<bool(std::size_t done, std::size_t total)>;
 
 /// The table of `kinds` for every day of `range`. Each day's kinds are asked at once, of an
 /// extraction manager of that day's own: the physical and body owners keep what a read gave them
@@ -112,7 +114,8 @@ using DayProgress = std::function<void(std::size_t done, std::size_t total)>;
 /// The answers are awaited by driving the device's main queue on the calling thread, which must
 /// be the host's main thread (the one that installed the device). Fails with the first error the
 /// library answers with (the store's errors, e.g. on a device without health data), with
-/// TableError::noAnswer, or with TableError::badRange.
+/// TableError::noAnswer, with TableError::badRange, or with TableError::stopped when the progress
+/// handler answered false.
 Result<DayTable> makeDayTable(const DayRange& range, const std::vector<VelkDataType>& kinds,
                               const DayProgress& progress = {});
 

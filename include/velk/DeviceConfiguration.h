@@ -30,6 +30,7 @@ enum class DeviceConfigurationError : std::int64_t {
   badOSVersion = 3,        ///< the text is not a version such as 17.0 or 15.4.1
   conflictingSources = 4,  ///< more than one data source, or a source mapping without an export
   stateUnusable = 5,       ///< the user-defaults file cannot be opened or created
+  badInstant = 6,          ///< a clock setting that names no moment (DeviceOptions.h)
 };
 
 Error deviceConfigurationError(DeviceConfigurationError code, std::string message);

@@ -24,6 +24,11 @@ namespace velk::ingest {
 struct ImportOptions {
   /// How each record's source gets the bundle identifier that the sleep summary filters on.
   SourceIdentifierRule sources;
+  /// Asked before each read from the export (possibly from several threads at once) and once more
+  /// before the new database takes the old one's place; when it answers true the import stops
+  /// and fails (velk.ingest.export, code 7) as any failed import does, leaving the previous
+  /// database as it was. Empty: the import runs to its end.
+  std::function<bool()> stopRequested;
 };
 
 /// How far an import has come, for a progress display.

@@ -3,8 +3,8 @@
 #include <utility>
 #include <vector>
 
-#include "platform/DebugOutput.h"
 #include "platform/DispatchGroup.h"
+#include "velk/DebugOutput.h"
 #include "velk/Device.h"
 #include "velk/VelkDataType.h"
 

@@ -8,8 +8,8 @@
 
 #include "Guarded.h"
 #include "Handles.h"
-#include "platform/DebugOutput.h"
 #include "velk/Calendar.h"
+#include "velk/DebugOutput.h"
 
 #ifndef VELK_VERSION_TEXT
 #error "the build defines VELK_VERSION_TEXT"

@@ -9,6 +9,7 @@
 
 #include <nlohmann/json.hpp>
 
+#include "cli/GlobalOptions.h"
 #include "velk/Error.h"
 
 namespace velk::cli {
@@ -34,7 +35,6 @@ int runSummary(const SummaryRequest& request, std::ostream& out, std::ostream& e
 int runPermissions(const std::string& family, std::ostream& out, std::ostream& err);
 
 /// `velk import EXPORT --db FILE`: needs no device; `global` gives --db and --sources.
-struct GlobalOptions;
 int runImport(const std::string& exportPath, const GlobalOptions& global, std::ostream& out,
               std::ostream& err);
 

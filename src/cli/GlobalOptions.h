@@ -1,24 +1,14 @@
 // The options that every `velk` command shares: where the data comes from and how the device that
-// the library runs on is set up. Plain text as the user typed it; ToolDevice interprets it.
+// the library runs on is set up. Plain text as the user typed it; the installed front interprets
+// it (velk/DeviceOptions.h), as it does for the language bindings.
 #pragma once
 
-#include <optional>
-#include <string>
-#include <vector>
+#include "velk/DeviceOptions.h"
 
 namespace velk::cli {
 
-struct GlobalOptions {
-  std::optional<std::string> timeZone;      ///< --tz
-  std::optional<std::string> language;      ///< --language
-  std::optional<std::string> now;           ///< --now, an INSTANT
-  std::string osVersion = "17.0";           ///< --os-version
-  std::optional<std::string> statePath;     ///< --state
-  std::optional<std::string> storePath;     ///< --store
-  std::optional<std::string> exportPath;    ///< --export
-  std::optional<std::string> databasePath;  ///< --db
-  std::optional<std::string> sourcesPath;   ///< --sources
-  std::vector<std::string> sourcePriority;  ///< --source-priority, most trusted first
+/// The device options, and what the tool itself takes besides them.
+struct GlobalOptions : ingest::DeviceOptions {
   bool verbose = false;  ///< --verbose or VELK_DEBUG=1: the library's debug output
 
   /// True when one of --store, --export and --db was given.

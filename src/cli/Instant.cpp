@@ -1,39 +1,14 @@
 #include "cli/Instant.h"
 
 #include <charconv>
-#include <limits>
 
 #include "cli/ToolDevice.h"
-#include "platform/Iso8601.h"
 
 namespace velk::cli {
-namespace {
-
-// Forms with an offset name their moment themselves; the others are wall times, which the
-// calendar places in the device's zone (and past a DST gap).
-constexpr platform::Iso8601Syntax kInstantSyntax{
-    .spaceForT = true,
-    .secondsOptional = true,
-    .fractionDigits = std::numeric_limits<std::size_t>::max(),
-    .offsetOptional = true,
-    .offsetWithoutColon = true,
-    .spaceBeforeOffset = true,
-    .dayAlone = true,
-};
-
-}  // namespace
 
 const char* const kInstantForms =
     "2024-03-10, 2024-03-10T08:30, 2024-03-10 08:30:00, 2024-03-10T08:30:00+01:00 or "
     "2024-03-10 08:30:00 +0100";
-
-std::optional<Date> parseInstant(const std::string& text, const platform::Calendar& calendar) {
-  const auto value = platform::readIso8601(text, kInstantSyntax);
-  if (!value) {
-    return std::nullopt;
-  }
-  return value->utcOffsetSeconds ? value->moment() : calendar.date(value->components);
-}
 
 Result<Date> readInstant(const std::string& option, const std::string& text,
                          const platform::Calendar& calendar) {

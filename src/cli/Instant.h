@@ -1,4 +1,5 @@
-// INSTANT arguments of the tool: how a user names a moment on the command line.
+// INSTANT arguments of the tool: how a user names a moment on the command line (the forms of
+// ingest::parseInstant, which the language bindings read too).
 //
 //   2024-03-10T08:30:00+01:00, 2024-03-10T07:30:00.250Z   an ISO 8601 moment with offset or Z
 //   2024-03-10 08:30:00 +0100                             a date as exports write it
@@ -6,22 +7,19 @@
 //   2024-03-10                                            a bare date: local midnight
 #pragma once
 
-#include <optional>
 #include <string>
 
 #include "velk/Calendar.h"
-#include "velk/Date.h"
 #include "velk/DayTable.h"
+#include "velk/DeviceOptions.h"
 #include "velk/Result.h"
 
 namespace velk::cli {
 
+using ingest::parseInstant;
+
 /// The accepted forms, for messages: "2024-03-10, 2024-03-10T08:30, ...".
 extern const char* const kInstantForms;
-
-/// The moment `text` names, local forms read in `calendar`'s zone; absent when `text` is not an
-/// INSTANT.
-std::optional<Date> parseInstant(const std::string& text, const platform::Calendar& calendar);
 
 /// The moment `text` names, or an input error that names `option` and says what is wrong: a day
 /// that the calendar does not have ("2020-02-30"), or a text in none of the forms (listed).

@@ -15,6 +15,7 @@
 #include "report/DayReport.h"
 #include "velk/Calendar.h"
 #include "velk/DayTable.h"
+#include "velk/DebugOutput.h"
 #include "velk/Device.h"
 #include "velk/TableFormats.h"
 
@@ -37,9 +38,11 @@ Built buildTable(const TableRequest& request, const std::vector<VelkDataType>& k
   }
   auto made = [&] {
     ProgressBar progress(err, ProgressBar::stderrIsTerminal());
-    auto table = table::makeDayTable(
-        range.value(), kinds,
-        [&progress](std::size_t done, std::size_t total) { progress.updateDays(done, total); });
+    auto table =
+        table::makeDayTable(range.value(), kinds, [&progress](std::size_t done, std::size_t total) {
+          progress.updateDays(done, total);
+          return true;
+        });
     progress.finish();
     return table;
   }();

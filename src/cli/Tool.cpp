@@ -15,7 +15,7 @@
 #include "cli/InfoCommand.h"
 #include "cli/TableCommands.h"
 #include "cli/ToolDevice.h"
-#include "platform/DebugOutput.h"
+#include "velk/DebugOutput.h"
 
 namespace velk::cli {
 namespace {

@@ -8,27 +8,27 @@
 #include "cli/Instant.h"
 #include "platform/HealthDatabase.h"
 #include "velk/Calendar.h"
-#include "velk/DeviceConfiguration.h"
 
 namespace velk::cli {
 namespace {
 
-// Names the option that a configuration fault is about, so that the user knows what to fix.
-std::string optionOf(const Error& error) {
-  if (error.domain() != ingest::kDeviceConfigurationDomain) {
-    return "";  // a data source's own error names its file already
+// The option a configuration fault is about, as the user typed it, so that they know what to fix.
+std::string optionPrefix(const Error& error) {
+  const auto option = ingest::deviceOptionOf(error);
+  if (!option) {
+    return "";
   }
-  switch (static_cast<ingest::DeviceConfigurationError>(error.code())) {
-    case ingest::DeviceConfigurationError::unknownTimeZone:
+  switch (*option) {
+    case ingest::DeviceOption::timeZone:
       return "--tz: ";
-    case ingest::DeviceConfigurationError::emptyLanguage:
+    case ingest::DeviceOption::language:
       return "--language: ";
-    case ingest::DeviceConfigurationError::badOSVersion:
+    case ingest::DeviceOption::now:
+      return "--now: ";
+    case ingest::DeviceOption::osVersion:
       return "--os-version: ";
-    case ingest::DeviceConfigurationError::stateUnusable:
+    case ingest::DeviceOption::state:
       return "--state: ";
-    case ingest::DeviceConfigurationError::conflictingSources:
-      return "";
   }
   return "";
 }
@@ -49,30 +49,6 @@ Error inputError(std::string message) {
   return Error(kInputErrorDomain, 2, std::move(message));
 }
 
-std::string systemTimeZone() {
-  if (const char* zone = std::getenv("TZ"); zone != nullptr && *zone != '\0') {
-    std::string name = zone[0] == ':' ? zone + 1 : zone;
-    if (platform::Calendar::isKnownTimeZone(name)) {
-      return name;
-    }
-  }
-  return ingest::hostTimeZone();
-}
-
-std::string systemLanguage() {
-  const char* lang = std::getenv("LANG");
-  std::string tag = lang != nullptr ? lang : "";
-  tag = tag.substr(0, tag.find_first_of(".@"));
-  if (tag.empty() || tag == "C" || tag == "POSIX") {
-    return "en";
-  }
-  return tag;
-}
-
-std::string defaultStatePath() {
-  return xdgPath("XDG_STATE_HOME", ".local/state", "defaults.sqlite");
-}
-
 std::string defaultDatabasePath() {
   return xdgPath("XDG_DATA_HOME", ".local/share", "health.sqlite");
 }
@@ -80,43 +56,17 @@ std::string defaultDatabasePath() {
 Result<std::shared_ptr<platform::Device>> makeToolDevice(const GlobalOptions& options,
                                                          std::ostream& warnings) {
   using Made = Result<std::shared_ptr<platform::Device>>;
-
-  ingest::DeviceConfiguration configuration;
-  configuration.timeZone = options.timeZone.value_or(systemTimeZone());
-  configuration.language = options.language.value_or(systemLanguage());
-  auto version = ingest::parseOSVersion(options.osVersion);
-  if (version.isFailure()) {
-    return Made::failure(inputError("--os-version: " + version.error().message()));
-  }
-  configuration.osVersion = version.value();
-  if (options.now) {
-    if (!platform::Calendar::isKnownTimeZone(configuration.timeZone)) {
-      return Made::failure(inputError("--tz: \"" + configuration.timeZone +
-                                      "\" is not a known time zone (use an IANA name such as "
-                                      "Europe/Berlin)"));
-    }
-    auto now = readInstant("--now", *options.now, platform::Calendar(configuration.timeZone));
-    if (now.isFailure()) {
-      return Made::failure(now.error());
-    }
-    configuration.now = now.value();
-  }
-  configuration.statePath = options.statePath.value_or(defaultStatePath());
-  if (options.storePath)
-    configuration.storePath = *options.storePath;
-  if (options.exportPath)
-    configuration.exportPath = *options.exportPath;
-  if (options.databasePath)
-    configuration.databasePath = *options.databasePath;
-  if (options.sourcesPath)
-    configuration.sourcesPath = *options.sourcesPath;
-  if (!options.sourcePriority.empty())
-    configuration.sourcePriority = options.sourcePriority;
-
-  auto configured = ingest::makeConfiguredDevice(configuration);
+  auto configured = ingest::makeDeviceFromOptions(options);
   if (configured.isFailure()) {
     const Error& error = configured.error();
-    return Made::failure(inputError(optionOf(error) + error.message()));
+    if (ingest::deviceOptionOf(error) == ingest::DeviceOption::now && options.now) {
+      // The tool says more than the options do: which day does not exist, which forms it reads.
+      const platform::Calendar calendar(options.timeZone.value_or(ingest::systemTimeZone()));
+      if (auto now = readInstant("--now", *options.now, calendar); now.isFailure()) {
+        return Made::failure(now.error());
+      }
+    }
+    return Made::failure(inputError(optionPrefix(error) + error.message()));
   }
   for (const auto& line : configured.value().warnings) {
     warnings << "velk: warning: " << line << "\n";

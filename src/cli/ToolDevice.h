@@ -1,6 +1,5 @@
-// Builds the device that the library runs on from the global options: the time zone, languages,
-// clock and OS version, the user-defaults database and the health database filled from the data
-// source. Everything the user got wrong comes back as an Error whose message names the input.
+// Builds the device that the library runs on from the global options (velk/DeviceOptions.h).
+// Everything the user got wrong comes back as an input Error whose message names the option.
 #pragma once
 
 #include <memory>
@@ -17,15 +16,7 @@ inline constexpr const char* kInputErrorDomain = "velk.cli.input";
 /// An Error that reports bad usage or bad input (exit status 2).
 Error inputError(std::string message);
 
-/// The system's time zone (TZ, else the host's setting, else "UTC").
-std::string systemTimeZone();
-
-/// The language tag from LANG ("de_DE.UTF-8" -> "de_DE"), else "en".
-std::string systemLanguage();
-
-/// The default user-defaults database: $XDG_STATE_HOME/velk/defaults.sqlite, else
-/// ~/.local/state/velk/defaults.sqlite.
-std::string defaultStatePath();
+using ingest::defaultStatePath;
 
 /// The default health database, which `velk import` writes without --db and every command
 /// without a data source reads: $XDG_DATA_HOME/velk/health.sqlite, else

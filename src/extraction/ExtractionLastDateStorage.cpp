@@ -2,7 +2,7 @@
 
 #include <string>
 
-#include "platform/DebugOutput.h"
+#include "velk/DebugOutput.h"
 #include "velk/Device.h"
 
 namespace velk {

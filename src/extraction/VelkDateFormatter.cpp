@@ -1,7 +1,7 @@
 #include "extraction/VelkDateFormatter.h"
 
-#include "platform/DebugOutput.h"
 #include "velk/Calendar.h"
+#include "velk/DebugOutput.h"
 #include "velk/Device.h"
 
 namespace velk {

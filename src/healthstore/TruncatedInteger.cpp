@@ -4,7 +4,7 @@
 #include <cstdio>
 #include <string>
 
-#include "platform/DebugOutput.h"
+#include "velk/DebugOutput.h"
 
 namespace velk {
 

@@ -18,6 +18,7 @@ enum class ExportErrorCode : std::int64_t {
   readFailed = 4,            ///< reading or decompressing failed part way
   invalidSourceMapping = 5,  ///< the source mapping file is not a JSON object of strings
   archiveTooLarge = 6,       ///< the export inside an archive unpacks beyond ArchiveLimits
+  stopped = 7,               ///< the host asked the import to stop (ImportOptions::stopRequested)
 };
 
 inline Error exportError(ExportErrorCode code, std::string message) {

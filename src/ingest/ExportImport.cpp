@@ -9,6 +9,7 @@
 #include "ImportFile.h"
 #include "ImportLayout.h"
 #include "Sqlite.h"
+#include "ingest/ExportErrors.h"
 #include "ingest/ExportReader.h"
 #include "ingest/ExportSource.h"
 #include "ingest/ImportedHealthDatabase.h"
@@ -27,12 +28,22 @@ using layout::PackedSample;
 // blocks than with flushes of a million).
 constexpr std::size_t kFlushSamples = std::size_t{1} << 16;
 
-// The source in front of the reader, counting the bytes that pass for the progress display.
+Error stoppedError(const std::string& exportDescription) {
+  return exportError(ExportErrorCode::stopped, exportDescription + ": the import was stopped");
+}
+
+// The source in front of the reader, counting the bytes that pass for the progress display and
+// failing the next read once the host asks to stop.
 class CountingSource final : public ExportSource {
  public:
-  explicit CountingSource(std::unique_ptr<ExportSource> inner) : inner_(std::move(inner)) {}
+  CountingSource(std::unique_ptr<ExportSource> inner, std::function<bool()> stopRequested)
+      : inner_(std::move(inner)), stopRequested_(std::move(stopRequested)) {}
 
   Result<std::size_t> read(char* buffer, std::size_t size) override {
+    if (stopRequested_ && stopRequested_()) {
+      return Result<std::size_t>::failure(exportError(
+          ExportErrorCode::stopped, inner_->description() + ": the import was stopped"));
+    }
     auto got = inner_->read(buffer, size);
     if (got.isSuccess()) {
       bytes_.fetch_add(got.value(), std::memory_order_relaxed);
@@ -45,6 +56,7 @@ class CountingSource final : public ExportSource {
 
  private:
   std::unique_ptr<ExportSource> inner_;
+  std::function<bool()> stopRequested_;
   std::atomic<std::uint64_t> bytes_{0};
 };
 
@@ -458,7 +470,7 @@ Result<ImportSummary> importExport(const std::filesystem::path& exportPath,
   if (opened.isFailure()) {
     return Result<ImportSummary>::failure(opened.error());
   }
-  CountingSource source(std::move(opened).value());
+  CountingSource source(std::move(opened).value(), options.stopRequested);
 
   auto file = ImportFile::create(databasePath);
   if (file.isFailure()) {
@@ -497,6 +509,10 @@ Result<ImportSummary> importExport(const std::filesystem::path& exportPath,
       return fail(writeFailure(
           databasePath, databaseError(DatabaseErrorCode::sqliteFailed, database.lastMessage())));
     }
+  }
+  // The last chance to stop: after this the new database takes the old one's place.
+  if (options.stopRequested && options.stopRequested()) {
+    return fail(stoppedError(source.description()));
   }
   if (auto installed = temporary.install(); installed.isFailure()) {
     return fail(installed.error());

@@ -5,9 +5,9 @@
 #include "body/VelkBodyProvider.h"
 #include "extraction/ExtractionLastDateStorage.h"
 #include "physical/VelkPhysicalProvider.h"
-#include "platform/DebugOutput.h"
 #include "sleep/SleepRepository.h"
 #include "velk/BodyDocument.h"
+#include "velk/DebugOutput.h"
 #include "velk/PhysicalDocument.h"
 #include "velk/SleepDocument.h"
 

@@ -8,9 +8,9 @@
 #include "healthstore/AppleHealthErrors.h"
 #include "healthstore/AppleHealthProvider.h"
 #include "healthstore/HealthDataType.h"
-#include "platform/DebugOutput.h"
 #include "platform/HKHealthStore.h"
 #include "platform/HKObjectType.h"
+#include "velk/DebugOutput.h"
 
 namespace velk {
 

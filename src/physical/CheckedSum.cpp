@@ -1,5 +1,5 @@
 #include "physical/CheckedSum.h"
-#include "platform/DebugOutput.h"
+#include "velk/DebugOutput.h"
 
 namespace velk::physical_detail {
 

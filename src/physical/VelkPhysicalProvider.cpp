@@ -2,8 +2,8 @@
 
 #include <utility>
 
-#include "platform/DebugOutput.h"
 #include "platform/DispatchGroup.h"
+#include "velk/DebugOutput.h"
 #include "velk/Device.h"
 #include "velk/VelkDataType.h"
 

@@ -8,7 +8,7 @@
 #include <cmath>
 #include <limits>
 
-#include "platform/DebugOutput.h"
+#include "velk/DebugOutput.h"
 #include "velk/Device.h"
 
 namespace velk::platform {

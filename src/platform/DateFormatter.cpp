@@ -10,8 +10,8 @@
 #include <mutex>
 #include <utility>
 
-#include "platform/DebugOutput.h"
 #include "velk/Calendar.h"
+#include "velk/DebugOutput.h"
 #include "velk/Device.h"
 
 namespace velk::platform {

@@ -1,4 +1,4 @@
-#include "platform/DebugOutput.h"
+#include "velk/DebugOutput.h"
 
 #include <cstdio>
 #include <cstdlib>

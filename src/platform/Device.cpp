@@ -1,5 +1,5 @@
 #include "velk/Device.h"
-#include "platform/DebugOutput.h"
+#include "velk/DebugOutput.h"
 
 #include <atomic>
 #include <chrono>

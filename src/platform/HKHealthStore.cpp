@@ -4,8 +4,8 @@
 #include <cstdlib>
 
 #include "platform/CanonicalUnits.h"
-#include "platform/DebugOutput.h"
 #include "platform/HealthDatabase.h"
+#include "velk/DebugOutput.h"
 #include "velk/Device.h"
 
 namespace velk::platform {

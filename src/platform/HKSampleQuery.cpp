@@ -1,5 +1,5 @@
 #include "platform/HKSampleQuery.h"
-#include "platform/DebugOutput.h"
+#include "velk/DebugOutput.h"
 
 namespace velk::platform {
 

@@ -1,8 +1,8 @@
 #include <cmath>
 
-#include "platform/DebugOutput.h"
 #include "platform/HKStatistics.h"
 #include "platform/HKStatisticsCollectionQuery.h"
+#include "velk/DebugOutput.h"
 
 namespace velk::platform {
 

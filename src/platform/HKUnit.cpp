@@ -1,5 +1,5 @@
 #include "platform/HKUnit.h"
-#include "platform/DebugOutput.h"
+#include "velk/DebugOutput.h"
 
 #include <array>
 #include <cctype>

@@ -4,8 +4,8 @@
 #include <cstdlib>
 #include <limits>
 
-#include "platform/DebugOutput.h"
 #include "platform/HKObjectType.h"
+#include "velk/DebugOutput.h"
 
 namespace velk::platform {
 

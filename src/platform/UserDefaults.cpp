@@ -1,5 +1,5 @@
 #include "platform/UserDefaults.h"
-#include "platform/DebugOutput.h"
+#include "velk/DebugOutput.h"
 
 #include <sqlite3.h>
 

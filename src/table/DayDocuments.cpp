@@ -1,4 +1,4 @@
-#include "table/DayDocuments.h"
+#include "velk/DayDocuments.h"
 
 #include <memory>
 #include <optional>

@@ -2,9 +2,9 @@
 
 #include <tuple>
 
-#include "table/DayDocuments.h"
 #include "table/DayRow.h"
 #include "velk/Calendar.h"
+#include "velk/DayDocuments.h"
 #include "velk/VelkExtractionManager.h"
 
 namespace velk::table {
@@ -69,8 +69,10 @@ Result<DayTable> makeDayTable(const DayRange& range, const std::vector<VelkDataT
       documents.at(static_cast<std::size_t>(kinds[i])) = std::move(answers[i]).value();
     }
     table.rows.push_back(maker.row(moment, documents));
-    if (progress) {
-      progress(table.rows.size(), moments.value().size());
+    if (progress && !progress(table.rows.size(), moments.value().size())) {
+      return Result<DayTable>::failure(Error(kTableErrorDomain,
+                                             static_cast<std::int64_t>(TableError::stopped),
+                                             "the table was stopped before its last day"));
     }
   }
   return Result<DayTable>::success(std::move(table));

@@ -15,12 +15,12 @@
 #include "body/VelkWeightProvider.h"
 #include "extraction/ExtractionLastDateStorage.h"
 #include "healthstore/AppleHealthErrors.h"
-#include "platform/DebugOutput.h"
 #include "platform/HealthDatabase.h"
 #include "platform/InMemoryHealthDatabase.h"
 #include "platform/SampleRecord.h"
 #include "support/StoreFixture.h"
 #include "support/TestDevice.h"
+#include "velk/DebugOutput.h"
 
 namespace velk::testing {
 namespace {

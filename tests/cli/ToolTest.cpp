@@ -13,8 +13,8 @@
 #include <vector>
 
 #include "cli/Tool.h"
-#include "platform/DebugOutput.h"
 #include "support/TempDir.h"
+#include "velk/DebugOutput.h"
 
 namespace velk::cli {
 namespace {

@@ -54,6 +54,12 @@ TEST(ImportTest, ImportingAgainReplacesTheContentAndAFailedImportKeepsTheOldOne)
   EXPECT_EQ(notAnExport.error().domain(), kExportErrorDomain);
   EXPECT_EQ(notAnExport.error().code(), static_cast<std::int64_t>(ExportErrorCode::notAnExport));
   ASSERT_TRUE(importExport(dir.file("nowhere.zip"), database).isFailure());
+  // An import the host stops (its user pressed Ctrl-C) fails the same way.
+  ImportOptions stopping;
+  stopping.stopRequested = [] { return true; };
+  const auto stopped = importExport(dir.write("c.xml", exportOf(5, 31)), database, stopping);
+  ASSERT_TRUE(stopped.isFailure());
+  EXPECT_EQ(stopped.error().code(), static_cast<std::int64_t>(ExportErrorCode::stopped));
   EXPECT_EQ(storedSteps(database), (std::vector<double>{21}));
   EXPECT_TRUE(testing::importFilesBeside(database).empty());
   // A first import that fails leaves no file at all where the database would be.

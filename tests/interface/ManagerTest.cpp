@@ -8,11 +8,11 @@
 #include <string>
 
 #include "healthstore/AppleHealthErrors.h"
-#include "platform/DebugOutput.h"
 #include "sleep/SleepRepository.h"
 #include "sleep/SleepTestStore.h"
 #include "support/StoreFixture.h"
 #include "velk/BodyDocument.h"
+#include "velk/DebugOutput.h"
 #include "velk/PhysicalDocument.h"
 #include "velk/SleepDocument.h"
 #include "velk/VelkExtractionManager.h"

@@ -9,10 +9,10 @@
 
 #include "healthstore/AppleHealthErrors.h"
 #include "healthstore/HealthDataType.h"
-#include "platform/DebugOutput.h"
 #include "platform/InMemoryHealthDatabase.h"
 #include "support/StoreFixture.h"
 #include "support/TestDevice.h"
+#include "velk/DebugOutput.h"
 #include "velk/VelkPermissionExtraction.h"
 
 namespace velk::testing {

@@ -7,6 +7,7 @@
 set -euo pipefail
 build="$1"
 source="$2"
+python="${3:-}"
 prefix="$(mktemp -d)"
 trap 'rm -rf "$prefix"' EXIT
 sample=("$source/data/sample/watch5-2020/export.xml" Africa/Johannesburg 2020-04-13)
@@ -35,4 +36,15 @@ export PKG_CONFIG_PATH="$(dirname "$pc_file")"
 # shellcheck disable=SC2046
 cc -std=c11 -o "$prefix/print_day_pc" "$source/examples/print_day.c" $(pkg-config --cflags --libs velk)
 LD_LIBRARY_PATH="$(pkg-config --variable=libdir velk)" expect_documents "$prefix/print_day_pc" "${sample[@]}"
-echo "install_check: the C and C++ examples build and run against the installed package"
+
+if [[ -n "$python" ]]; then
+  # Where that Python looks under the prefix; the module finds libvelk++ relative to itself.
+  site="$(find "$prefix/usr" -path '*-packages/velk' -type d)"
+  PYTHONPATH="$(dirname "$site")" expect_documents "$python" -c '
+import json, sys, velk
+with velk.Device(export=sys.argv[1], tz=sys.argv[2], state=sys.argv[4]) as device:
+    for kind in ("sleep", "physical", "body"):
+        print(json.dumps(device.summary(kind, sys.argv[3]), separators=(",", ":")))
+' "${sample[@]}" "$prefix/state.sqlite"
+fi
+echo "install_check: the C and C++ examples (and the Python package) work from the installed package"

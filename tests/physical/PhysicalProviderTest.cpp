@@ -17,10 +17,10 @@
 #include "physical/VelkHRVProvider.h"
 #include "physical/VelkHeartRateProvider.h"
 #include "physical/VelkPhysicalProvider.h"
-#include "platform/DebugOutput.h"
 #include "platform/HealthDatabase.h"
 #include "support/StoreFixture.h"
 #include "support/TestDevice.h"
+#include "velk/DebugOutput.h"
 #include "velk/PhysicalDocument.h"
 
 namespace velk::testing {

@@ -13,7 +13,7 @@
 #include <string>
 #include <vector>
 
-#include "platform/DebugOutput.h"
+#include "velk/DebugOutput.h"
 #include "support/TempDir.h"
 #include "support/TestDevice.h"
 #include "velk/Calendar.h"
@@ -171,6 +171,7 @@ TEST(DayTableTest, TheSampleExportsRowsAreItsDocuments) {
                                   [&progress](std::size_t done, std::size_t total) {
                                     EXPECT_EQ(total, 10u);
                                     progress.push_back(done);
+                                    return true;
                                   });
   ASSERT_TRUE(table.isSuccess()) << table.error();
   EXPECT_EQ(progress, (std::vector<std::size_t>{1, 2, 3, 4, 5, 6, 7, 8, 9, 10}));
@@ -262,6 +263,16 @@ TEST(DayTableTest, EmptyCellsWhereAKindHadNoDataAndLocalTimesAcrossDST) {
   const auto backwards = makeDayTable({range.last, range.first}, kAllKinds);
   ASSERT_TRUE(backwards.isFailure());
   EXPECT_EQ(backwards.error().code(), static_cast<std::int64_t>(TableError::badRange));
+  // A progress handler that answers false (a host whose user interrupts) stops after that day.
+  std::size_t daysDone = 0;
+  const auto stopped =
+      makeDayTable(range, {VelkDataType::sleepSummary}, [&daysDone](std::size_t done, std::size_t) {
+        daysDone = done;
+        return false;
+      });
+  ASSERT_TRUE(stopped.isFailure());
+  EXPECT_EQ(stopped.error().code(), static_cast<std::int64_t>(TableError::stopped));
+  EXPECT_EQ(daysDone, 1u);
 }
 
 }  // namespace

@@ -4,7 +4,8 @@
 //
 // Every write is one whole line, made under a lock, so that lines written from different queues
 // never interleave. A host can take the lines itself (setDebugOutputHandler; the C interface's
-// velk_set_debug_output), and a test can collect them with DebugOutputCapture.
+// velk_set_debug_output; the Python package hands them to its logger), and a test can collect
+// them with DebugOutputCapture.
 //
 // It is also the library's one way out for a programming error: fatalError() writes its line here
 // and stops the process.

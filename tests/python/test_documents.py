@@ -1,0 +1,71 @@
+"""The documents and rows of the package are those of the velk tool, for the bundled sample
+export, over a range of days; an import gives the same as reading the export directly."""
+
+import datetime
+import os
+
+import pytest
+
+import velk
+from conftest import NOW, SAMPLE, SAMPLE_ZONE
+
+
+def test_summaries_over_a_range_equal_the_tools(sample_device, tool):
+    expected = tool("--export", str(SAMPLE), "--tz", SAMPLE_ZONE, "--now", NOW, "summary", "all",
+                    "--from", "2020-04-09", "--to", "2020-04-18", "--bare")
+    documents = sample_device.summaries("all", datetime.date(2020, 4, 9), "2020-04-18")
+    assert not isinstance(documents, list)  # a generator: one day at a time
+    documents = list(documents)
+    assert len(documents) == 30
+    assert documents == expected
+    # The days with activity are really there: steps on the 13th, as in the table below.
+    assert any(document.get("data_structure") == "physical_health" for document in documents)
+
+
+def test_summary_of_one_day_in_any_date_form(sample_device, tool):
+    expected = tool("--export", str(SAMPLE), "--tz", SAMPLE_ZONE, "--now", NOW, "summary",
+                    "physical", "--date", "2020-04-13T12:00")
+    zone = sample_device.instant("2020-04-13").tzinfo
+    for date in ("2020-04-13T12:00", "2020-04-13T10:00:00Z", datetime.datetime(2020, 4, 13, 12),
+                 datetime.datetime(2020, 4, 13, 12, tzinfo=zone)):
+        assert sample_device.summary("physical", date) == expected[0], date
+
+
+def test_table_rows_equal_the_tools_with_python_values(sample_device, tool):
+    expected = tool("--export", str(SAMPLE), "--tz", SAMPLE_ZONE, "--now", NOW, "table", "all",
+                    "--from", "2020-04-09", "--to", "2020-04-18", "--format", "ndjson")
+    rows = sample_device.table("2020-04-09", "2020-04-18")
+    assert [list(row) for row in rows] == [list(row) for row in expected]
+    assert [column.name for column in velk.columns()] == list(rows[0])
+    thirteenth = rows[4]
+    assert thirteenth["date"] == datetime.date(2020, 4, 13)
+    assert thirteenth["steps"] == 755
+    for row, text_row in zip(rows, expected):
+        for name, value in row.items():
+            if isinstance(value, datetime.datetime):
+                assert value.utcoffset() == datetime.timedelta(hours=2)  # aware, local
+                assert value.isoformat() == text_row[name]
+            elif isinstance(value, datetime.date):
+                assert value.isoformat() == text_row[name]
+            else:
+                assert value == text_row[name], name
+
+
+def test_import_then_database_gives_the_same_documents(sample_device, tmp_path):
+    reports = []
+    report = velk.import_export(SAMPLE, tmp_path / "health.db",
+                                progress=lambda done, total: reports.append((done, total)))
+    assert report["samples"] > 1000
+    assert report["characteristics"] is True
+    assert report["xml_bytes"] == os.path.getsize(SAMPLE)
+    assert isinstance(report["warnings"], list)
+    assert reports and reports[-1][0] == os.path.getsize(SAMPLE)
+    with velk.Device(db=tmp_path / "health.db", tz=SAMPLE_ZONE, language="en", now=NOW,
+                     state=tmp_path / "state.sqlite") as imported:
+        assert imported.table("2020-04-09", "2020-04-18") == \
+            sample_device.table("2020-04-09", "2020-04-18")
+        # Extraction moves the stored dates, which come back as aware local datetimes.
+        dates = imported.last_extraction_dates()
+        assert dates["physical"] == datetime.datetime(2020, 4, 18, 12, tzinfo=dates["physical"].tzinfo)
+        assert dates["physical"].utcoffset() == datetime.timedelta(hours=2)
+        assert imported.request_permissions("body") is True
