@@ -12,6 +12,7 @@
 #include "cli/Instant.h"
 #include "cli/ProgressBar.h"
 #include "cli/Tool.h"
+#include "platform/HealthDatabase.h"
 #include "report/DayReport.h"
 #include "velk/Calendar.h"
 #include "velk/DayTable.h"
@@ -46,6 +47,12 @@ Built buildTable(const TableRequest& request, const std::vector<VelkDataType>& k
     progress.finish();
     return table;
   }();
+  // A table or report of a store that could not be read whole would show the missing data as
+  // days without it: there is none rather than a wrong one.
+  if (auto failed = platform::Device::current()->healthDatabase()->firstFailedRead()) {
+    err << "velk: " << failed->message() << "\n";
+    return {std::nullopt, kExitBadInput};
+  }
   if (made.isSuccess()) {
     return {std::move(made).value(), kExitSuccess};
   }

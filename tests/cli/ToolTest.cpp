@@ -315,10 +315,10 @@ TEST_F(ToolTest, AnImportedExportAnswersAsTheExportItselfAndSurvivesAFailedImpor
   EXPECT_THAT(huge.err, HasSubstr("samples[0].value: no measurement of " + std::string(kSteps)));
 }
 
-// A database changed after its import, as the damage a disk or a hand does: each summary fails
-// with status 2 and an error naming the file, instead of stopping the process or printing a
-// day without the data as if it had none.
-TEST_F(ToolTest, ADamagedDatabaseFailsTheSummaryNamingTheFile) {
+// A database changed after its import, as the damage a disk or a hand does: summary, table and
+// info fail with status 2 and an error naming the file, instead of stopping the process or
+// printing a day without the data as if it had none.
+TEST_F(ToolTest, ADamagedDatabaseFailsEveryCommandThatReadsItNamingTheFile) {
   const std::string exportPath = testing::sourcePath("data/sample/watch5-2020/export.xml").string();
   const std::string clean = folder_.file("clean.db").string();
   ASSERT_EQ(velk({"import", exportPath, "--db", clean}, nullptr).status, 0);
@@ -336,12 +336,19 @@ TEST_F(ToolTest, ADamagedDatabaseFailsTheSummaryNamingTheFile) {
     ASSERT_EQ(sqlite3_exec(handle, damage, nullptr, nullptr, nullptr), SQLITE_OK);
     sqlite3_close(handle);
 
-    const ToolRun run = velk({"--db", database, "--tz", "Africa/Johannesburg", "summary",
-                              "physical", "--date", "2020-04-13"},
-                             nullptr);
-    EXPECT_EQ(run.status, 2);
-    EXPECT_THAT(run.err, AllOf(HasSubstr("damaged.db: damaged import database"),
-                               HasSubstr("import the export again")));
+    for (const std::vector<std::string>& command :
+         {std::vector<std::string>{"summary", "physical", "--date", "2020-04-13"},
+          std::vector<std::string>{"table", "physical", "--from", "2020-04-13", "--to",
+                                   "2020-04-13"},
+          std::vector<std::string>{"info"}}) {
+      std::vector<std::string> arguments = {"--db", database, "--tz", "Africa/Johannesburg"};
+      arguments.insert(arguments.end(), command.begin(), command.end());
+      const ToolRun run = velk(arguments, nullptr);
+      EXPECT_EQ(run.status, 2) << command.front();
+      EXPECT_THAT(run.err, AllOf(HasSubstr("damaged.db: damaged import database"),
+                                 HasSubstr("import the export again")))
+          << command.front();
+    }
   }
 }
 
