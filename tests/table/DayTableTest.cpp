@@ -13,11 +13,11 @@
 #include <string>
 #include <vector>
 
-#include "velk/DebugOutput.h"
 #include "support/TempDir.h"
 #include "support/TestDevice.h"
 #include "velk/Calendar.h"
 #include "velk/DayTable.h"
+#include "velk/DebugOutput.h"
 #include "velk/Device.h"
 #include "velk/DeviceConfiguration.h"
 #include "velk/VelkExtractionManager.h"
