@@ -11,8 +11,15 @@ namespace velk::ingest {
 
 struct ImportedHealthDatabase::Connection {
   sqlite::Connection connection;
-  sqlite::Statement windowBlocks;  ///< blocks of a type that start inside a range
-  sqlite::Statement longBlocks;    ///< the long blocks of a type that reach a moment
+  sqlite::Statement windowRows;  ///< the rows of the blocks of a type that start inside a range
+  sqlite::Statement blockAtRow;  ///< a block's latest end and samples, by row
+  sqlite::Statement longBlocks;  ///< the long blocks of a type that reach a moment
+};
+
+// A block as read from the file, unpacked.
+struct ImportedHealthDatabase::Block {
+  double lastEnd = 0;
+  std::vector<layout::PackedSample> samples;
 };
 
 namespace {
@@ -145,16 +152,28 @@ Result<bool> ImportedHealthDatabase::load(const std::filesystem::path& path) {
     characteristics_.biologicalSex = traits.columnInt(3);
   }
 
-  connection->windowBlocks = sqlite::Statement(
+  // The rows of a window come from the index alone; the blocks themselves are read only when
+  // they are not cached already.
+  connection->windowRows = sqlite::Statement(
       handle,
-      "SELECT samples FROM blocks WHERE type_id = ?1 AND is_long = 0 AND first_start >= ?2 "
-      "AND first_start < ?3 AND last_end >= ?4");
+      "SELECT rowid FROM blocks WHERE type_id = ?1 AND is_long = 0 AND first_start >= ?2 "
+      "AND first_start < ?3");
+  connection->blockAtRow =
+      sqlite::Statement(handle, "SELECT last_end, samples FROM blocks WHERE rowid = ?1");
   connection->longBlocks = sqlite::Statement(
       handle,
-      "SELECT samples FROM blocks WHERE type_id = ?1 AND is_long = 1 AND first_start < ?2 "
-      "AND last_end >= ?3");
-  if (!connection->windowBlocks.prepared() || !connection->longBlocks.prepared()) {
+      "SELECT last_end, samples FROM blocks WHERE type_id = ?1 AND is_long = 1 AND "
+      "first_start < ?2 AND last_end >= ?3");
+  if (!connection->windowRows.prepared() || !connection->blockAtRow.prepared() ||
+      !connection->longBlocks.prepared()) {
     return damaged();
+  }
+  // Nothing ever writes this file in place (an import replaces it whole), so the connection
+  // keeps its shared lock from the first read on instead of taking and dropping it, and checking
+  // for a hot journal and a changed file, around every query.
+  if (auto kept = connection->connection.execute("PRAGMA locking_mode = EXCLUSIVE");
+      kept.isFailure()) {
+    return Result<bool>::failure(kept.error());
   }
   const auto count = info_.find("samples");
   sampleCount_ = count != info_.end() ? std::strtoull(count->second.c_str(), nullptr, 10) : 0;
@@ -199,28 +218,75 @@ platform::SourcePriority ImportedHealthDatabase::sourcePriority() const {
   return platform::SourcePriority(settings_.sourcePriority);
 }
 
-std::vector<std::string> ImportedHealthDatabase::blobsFor(const TypeInfo& type, double start,
-                                                          double end) const {
-  std::vector<std::string> blobs;
+namespace {
+
+// The samples of a block's bytes; a last partial sample (a damaged file) is left out.
+std::vector<layout::PackedSample> unpackBlock(std::string_view bytes) {
+  std::vector<layout::PackedSample> samples;
+  samples.reserve(bytes.size() / layout::kSampleBytes);
+  const auto* data = reinterpret_cast<const unsigned char*>(bytes.data());
+  for (std::size_t at = 0; at + layout::kSampleBytes <= bytes.size(); at += layout::kSampleBytes) {
+    samples.push_back(layout::unpack(data + at));
+  }
+  return samples;
+}
+
+}  // namespace
+
+std::vector<std::shared_ptr<const ImportedHealthDatabase::Block>> ImportedHealthDatabase::blocksFor(
+    const TypeInfo& type, double start, double end) const {
+  std::vector<std::shared_ptr<const Block>> blocks;
   const std::lock_guard lock(mutex_);
-  const auto collect = [&blobs](sqlite::Statement& statement) {
-    while (statement.step() == SQLITE_ROW) {
-      blobs.emplace_back(statement.columnBlob(0));
+  sqlite::Statement& rows = connection_->windowRows;
+  rows.bind(1, type.id);
+  rows.bind(2, start - type.longestSpan);
+  rows.bind(3, end);
+  std::vector<std::int64_t> missing;
+  while (rows.step() == SQLITE_ROW) {
+    const std::int64_t row = rows.columnInt(0);
+    if (const auto cached = cache_.find(row); cached != cache_.end()) {
+      blocks.push_back(cached->second);
+    } else {
+      missing.push_back(row);
     }
-    statement.reset();
-  };
-  sqlite::Statement& window = connection_->windowBlocks;
-  window.bind(1, type.id);
-  window.bind(2, start - type.longestSpan);
-  window.bind(3, end);
-  window.bind(4, start);
-  collect(window);
+  }
+  rows.reset();
+  for (const std::int64_t row : missing) {
+    sqlite::Statement& read = connection_->blockAtRow;
+    read.bind(1, row);
+    if (read.step() == SQLITE_ROW) {
+      auto block = std::make_shared<const Block>(
+          Block{read.columnDouble(0), unpackBlock(read.columnBlob(1))});
+      cacheBlock(row, block);
+      blocks.push_back(std::move(block));
+    }
+    read.reset();
+  }
+  // A block that ends before the window holds nothing of it.
+  std::erase_if(blocks, [start](const auto& block) { return block->lastEnd < start; });
+
   sqlite::Statement& longer = connection_->longBlocks;
   longer.bind(1, type.id);
   longer.bind(2, end);
   longer.bind(3, start);
-  collect(longer);
-  return blobs;
+  while (longer.step() == SQLITE_ROW) {
+    blocks.push_back(std::make_shared<const Block>(
+        Block{longer.columnDouble(0), unpackBlock(longer.columnBlob(1))}));
+  }
+  longer.reset();
+  return blocks;
+}
+
+void ImportedHealthDatabase::cacheBlock(std::int64_t row,
+                                        std::shared_ptr<const Block> block) const {
+  const std::size_t bytes = block->samples.size() * sizeof(layout::PackedSample);
+  if (cachedBytes_ + bytes > kBlockCacheBytes) {
+    // Consecutive days read mostly the same blocks, so starting again costs a few reads of each.
+    cache_.clear();
+    cachedBytes_ = 0;
+  }
+  cache_.emplace(row, std::move(block));
+  cachedBytes_ += bytes;
 }
 
 std::vector<platform::StoredSample> ImportedHealthDatabase::samples(
@@ -232,13 +298,11 @@ std::vector<platform::StoredSample> ImportedHealthDatabase::samples(
   constexpr double kFar = 1e300;  // beyond any date; stands for an open bound
   const double from = start ? start->timeIntervalSinceReferenceDate() : -kFar;
   const double to = end ? end->timeIntervalSinceReferenceDate() : kFar;
-  const std::vector<std::string> blobs = blobsFor(type->second, from, to);
+  const auto blocks = blocksFor(type->second, from, to);
 
   std::vector<layout::PackedSample> packed;
-  for (const std::string& blob : blobs) {
-    const auto* bytes = reinterpret_cast<const unsigned char*>(blob.data());
-    for (std::size_t at = 0; at + layout::kSampleBytes <= blob.size(); at += layout::kSampleBytes) {
-      const layout::PackedSample sample = layout::unpack(bytes + at);
+  for (const auto& block : blocks) {
+    for (const layout::PackedSample& sample : block->samples) {
       // The window's own test: the blocks are a superset.
       if ((start && sample.end < from) || (end && !(sample.start < to))) {
         continue;

@@ -4,8 +4,9 @@
 // Opening checks that the file is such a database (of this format version) and reads its small
 // tables (types, units, sources, characteristics); samples stay on disk. Queries from any number
 // of threads are safe: they share one read-only connection under a lock, held only while the
-// rows are fetched. The file is never written; replacing it by a new import while it is open is
-// safe too, since the open database keeps reading the file it opened.
+// rows are fetched. Unpacked blocks are kept in a bounded cache, so that the days of a range
+// read each block of the file about once. The file is never written; replacing it by a new import
+// while it is open is safe too, since the open database keeps reading the file it opened.
 #pragma once
 
 #include <cstdint>
@@ -74,9 +75,18 @@ class ImportedHealthDatabase final : public platform::HealthDatabase {
     platform::InternedString name;
   };
 
+  struct Block;
+
+  /// How many bytes of unpacked samples the block cache keeps at most.
+  static constexpr std::size_t kBlockCacheBytes = 16u << 20;
+
   ImportedHealthDatabase() = default;
   Result<bool> load(const std::filesystem::path& path);
-  std::vector<std::string> blobsFor(const TypeInfo& type, double start, double end) const;
+  /// The blocks of the type that may hold samples of [start, end], cached ones from the cache.
+  std::vector<std::shared_ptr<const Block>> blocksFor(const TypeInfo& type, double start,
+                                                      double end) const;
+  /// Called with the mutex held.
+  void cacheBlock(std::int64_t row, std::shared_ptr<const Block> block) const;
 
   platform::HealthDatabaseSettings settings_;
   platform::Characteristics characteristics_;
@@ -86,8 +96,12 @@ class ImportedHealthDatabase final : public platform::HealthDatabase {
   std::unordered_map<std::string, std::string> info_;
   std::uint64_t sampleCount_ = 0;
 
-  mutable std::mutex mutex_;  ///< guards the connection and its statements
+  mutable std::mutex mutex_;  ///< guards the connection, its statements and the block cache
   std::unique_ptr<Connection> connection_;
+  /// Unpacked blocks by row: a range of days reads each block on two or three days, and the
+  /// rare body measurements of every earlier day on each.
+  mutable std::unordered_map<std::int64_t, std::shared_ptr<const Block>> cache_;
+  mutable std::size_t cachedBytes_ = 0;
 };
 
 }  // namespace velk::ingest
