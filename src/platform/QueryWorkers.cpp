@@ -1,6 +1,6 @@
 #include "platform/QueryWorkers.h"
 
-#include <algorithm>
+#include <cstdlib>
 #include <utility>
 
 namespace velk::platform {
@@ -69,6 +69,9 @@ QueryWorkers::~QueryWorkers() {
 }
 
 std::size_t QueryWorkers::helpersForThisMachine() {
+  if (const char* asked = std::getenv("VELK_QUERY_HELPERS"); asked != nullptr && *asked != '\0') {
+    return static_cast<std::size_t>(std::strtoul(asked, nullptr, 10));
+  }
   const unsigned cores = std::thread::hardware_concurrency();
   return cores > 1 ? cores - 1 : 0;
 }

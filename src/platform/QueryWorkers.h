@@ -34,7 +34,8 @@ class QueryWorkers {
   QueryWorkers(const QueryWorkers&) = delete;
   QueryWorkers& operator=(const QueryWorkers&) = delete;
 
-  /// One helper per core beyond the first.
+  /// One helper per core beyond the first, or as many as the environment variable
+  /// VELK_QUERY_HELPERS says (0: every answer is computed at its turn, on the callback queue).
   static std::size_t helpersForThisMachine();
 
   /// Offers `compute` to the helpers; the returned task is handed to finish() at its turn.
