@@ -15,15 +15,15 @@ namespace velk::ingest {
 
 struct ImportedHealthDatabase::Connection {
   sqlite::Connection connection;
-  sqlite::Statement windowBlocks;  ///< blocks of a type that start inside a range
-  sqlite::Statement longBlocks;    ///< the long blocks of a type that reach a moment
+  sqlite::Statement windowRows;  ///< the rows of the blocks of a type that start inside a range
+  sqlite::Statement blockAtRow;  ///< a block, by row
+  sqlite::Statement longBlocks;  ///< the long blocks of a type that reach a moment
 };
 
-/// A block row as read, before its checksum is checked.
+/// A block as read from the file, checked and unpacked.
 struct ImportedHealthDatabase::Block {
-  layout::BlockHeader header;
-  std::int64_t checksum = 0;
-  std::string samples;
+  double lastEnd = 0;
+  std::vector<layout::PackedSample> samples;
 };
 
 namespace {
@@ -109,6 +109,13 @@ Status ImportedHealthDatabase::load() {
   if (auto prepared = prepareBlockQueries(*connection); prepared.isFailure()) {
     return prepared;
   }
+  // Nothing ever writes this file in place (an import replaces it whole), so the connection
+  // keeps its shared lock from the first read on instead of taking and dropping it, and checking
+  // for a hot journal and a changed file, around every query.
+  if (auto kept = connection->connection.execute("PRAGMA locking_mode = EXCLUSIVE");
+      kept.isFailure()) {
+    return kept;
+  }
   connection_ = std::move(connection);
   return Status::success();
 }
@@ -148,16 +155,18 @@ Status ImportedHealthDatabase::readMeta(sqlite3* handle) {
 Status ImportedHealthDatabase::readTypes(sqlite3* handle) {
   sqlite::Statement types(handle, "SELECT id, identifier, longest_span FROM types");
   std::string flaw;
-  const bool read = types.prepared() && eachRow(types, [&](sqlite::Statement& row) {
-                      const double span = row.columnDouble(2);
-                      if (!std::isfinite(span) || span < 0) {
-                        flaw =
-                            "type " + row.columnText(1) + " spans " + std::to_string(span) + " s";
-                        return false;
-                      }
-                      types_[row.columnText(1)] = TypeInfo{row.columnInt(0), span};
-                      return true;
-                    });
+  const bool read =
+      types.prepared() && eachRow(types, [&](sqlite::Statement& row) {
+        const double span = row.columnDouble(2);
+        if (!std::isfinite(span) || span < 0) {
+          flaw = "type " + row.columnText(1) + " spans " + std::to_string(span) + " s";
+          return false;
+        }
+        std::string identifier = row.columnText(1);
+        auto canonical = platform::canonicalUnitForQuantityType(identifier);
+        types_[identifier] = TypeInfo{identifier, row.columnInt(0), span, std::move(canonical)};
+        return true;
+      });
   if (!read) {
     return Status::failure(damage(flaw.empty() ? sqlite3_errmsg(handle) : flaw));
   }
@@ -231,17 +240,23 @@ Status ImportedHealthDatabase::readCharacteristics(sqlite3* handle) {
   return Status::success();
 }
 
+// The rows of a window come from the index alone; the blocks themselves are read only when they
+// are not cached already.
 Status ImportedHealthDatabase::prepareBlockQueries(Connection& connection) {
   sqlite3* handle = connection.connection.get();
-  connection.windowBlocks = sqlite::Statement(
+  connection.windowRows = sqlite::Statement(
       handle,
-      "SELECT first_start, last_end, sample_count, checksum, samples FROM blocks WHERE type_id = "
-      "?1 AND is_long = 0 AND first_start >= ?2 AND first_start < ?3 AND last_end >= ?4");
+      "SELECT rowid FROM blocks WHERE type_id = ?1 AND is_long = 0 AND first_start >= ?2 AND "
+      "first_start < ?3");
+  connection.blockAtRow = sqlite::Statement(
+      handle,
+      "SELECT first_start, last_end, sample_count, checksum, samples FROM blocks WHERE rowid = ?1");
   connection.longBlocks = sqlite::Statement(
       handle,
       "SELECT first_start, last_end, sample_count, checksum, samples FROM blocks WHERE type_id = "
       "?1 AND is_long = 1 AND first_start < ?2 AND last_end >= ?3");
-  if (!connection.windowBlocks.prepared() || !connection.longBlocks.prepared()) {
+  if (!connection.windowRows.prepared() || !connection.blockAtRow.prepared() ||
+      !connection.longBlocks.prepared()) {
     return Status::failure(damage(sqlite3_errmsg(handle)));
   }
   return Status::success();
@@ -301,52 +316,112 @@ platform::SourcePriority ImportedHealthDatabase::sourcePriority() const {
   return platform::SourcePriority(settings_.sourcePriority);
 }
 
-// The blocks of `type` that can hold samples overlapping [start, end], each checked against
-// its checksum and its size.
-Result<std::vector<ImportedHealthDatabase::Block>> ImportedHealthDatabase::blocksFor(
+// The window's blocks by row from the index, each read from the file only when the cache does
+// not hold it; then the long blocks, which are few and not cached.
+Result<std::vector<ImportedHealthDatabase::SharedBlock>> ImportedHealthDatabase::blocksFor(
     const TypeInfo& type, double start, double end) const {
-  using Blocks = Result<std::vector<Block>>;
-  std::vector<Block> blocks;
+  using Blocks = Result<std::vector<SharedBlock>>;
+  std::vector<SharedBlock> blocks;
+  std::vector<std::int64_t> missing;
   const std::lock_guard lock(mutex_);
-  const auto collect = [&blocks, &type](sqlite::Statement& statement, bool isLong) {
-    const bool read = eachRow(statement, [&](sqlite::Statement& row) {
-      const std::string_view samples = row.columnBlob(4);
-      blocks.push_back(
-          Block{{type.id, isLong, row.columnDouble(0), row.columnDouble(1), row.columnInt(2)},
-                row.columnInt(3),
-                std::string(samples)});
-      return true;
-    });
-    statement.reset();
-    return read;
+  const auto failed = [this] {
+    return Blocks::failure(damage(connection_->connection.lastMessage()));
   };
-  sqlite::Statement& window = connection_->windowBlocks;
-  window.bind(1, type.id);
-  window.bind(2, start - type.longestSpan);
-  window.bind(3, end);
-  window.bind(4, start);
-  const bool windowRead = collect(window, false);
+  sqlite::Statement& rows = connection_->windowRows;
+  rows.bind(1, type.id);
+  rows.bind(2, start - type.longestSpan);
+  rows.bind(3, end);
+  const bool rowsRead = eachRow(rows, [&](sqlite::Statement& row) {
+    const std::int64_t id = row.columnInt(0);
+    if (const auto cached = cache_.find(id); cached != cache_.end()) {
+      blocks.push_back(cached->second);
+    } else {
+      missing.push_back(id);
+    }
+    return true;
+  });
+  rows.reset();
+  if (!rowsRead) {
+    return failed();
+  }
+  for (const std::int64_t id : missing) {
+    sqlite::Statement& read = connection_->blockAtRow;
+    read.bind(1, id);
+    auto block = read.step() == SQLITE_ROW
+                     ? unpackBlock(type, false, read)
+                     : Result<SharedBlock>::failure(damage(connection_->connection.lastMessage()));
+    read.reset();
+    if (block.isFailure()) {
+      return Blocks::failure(block.error());
+    }
+    cacheBlock(id, block.value());
+    blocks.push_back(std::move(block).value());
+  }
+  // A block that ends before the window holds nothing of it.
+  std::erase_if(blocks, [start](const SharedBlock& block) { return block->lastEnd < start; });
+
   sqlite::Statement& longer = connection_->longBlocks;
   longer.bind(1, type.id);
   longer.bind(2, end);
   longer.bind(3, start);
-  if (!windowRead || !collect(longer, true)) {
-    return Blocks::failure(damage(connection_->connection.lastMessage()));
+  std::optional<Error> flaw;
+  const bool longRead = eachRow(longer, [&](sqlite::Statement& row) {
+    auto block = unpackBlock(type, true, row);
+    if (block.isFailure()) {
+      flaw = block.error();
+      return false;
+    }
+    blocks.push_back(std::move(block).value());
+    return true;
+  });
+  longer.reset();
+  if (flaw) {
+    return Blocks::failure(std::move(*flaw));
   }
-  for (const Block& block : blocks) {
-    const auto* bytes = reinterpret_cast<const unsigned char*>(block.samples.data());
-    if (block.header.sampleCount <= 0 ||
-        block.samples.size() !=
-            static_cast<std::size_t>(block.header.sampleCount) * layout::kSampleBytes) {
-      return Blocks::failure(damage("a block of " + std::to_string(block.samples.size()) +
-                                    " bytes for " + std::to_string(block.header.sampleCount) +
-                                    " samples"));
-    }
-    if (block.checksum != layout::blockChecksum(block.header, bytes, block.samples.size())) {
-      return Blocks::failure(damage("a block does not match its checksum"));
-    }
+  if (!longRead) {
+    return failed();
   }
   return Blocks::success(std::move(blocks));
+}
+
+Result<ImportedHealthDatabase::SharedBlock> ImportedHealthDatabase::unpackBlock(
+    const TypeInfo& type, bool isLong, sqlite::Statement& row) const {
+  using Unpacked = Result<SharedBlock>;
+  const layout::BlockHeader header{type.id, isLong, row.columnDouble(0), row.columnDouble(1),
+                                   row.columnInt(2)};
+  const std::string_view bytes = row.columnBlob(4);
+  const auto* data = reinterpret_cast<const unsigned char*>(bytes.data());
+  if (header.sampleCount <= 0 ||
+      bytes.size() != static_cast<std::size_t>(header.sampleCount) * layout::kSampleBytes) {
+    return Unpacked::failure(damage("a block of " + std::to_string(bytes.size()) + " bytes for " +
+                                    std::to_string(header.sampleCount) + " samples"));
+  }
+  if (row.columnInt(3) != layout::blockChecksum(header, data, bytes.size())) {
+    return Unpacked::failure(damage("a block does not match its checksum"));
+  }
+  auto block = std::make_shared<Block>();
+  block->lastEnd = header.lastEnd;
+  block->samples.reserve(static_cast<std::size_t>(header.sampleCount));
+  for (std::size_t at = 0; at < bytes.size(); at += layout::kSampleBytes) {
+    const layout::PackedSample sample = layout::unpack(data + at);
+    // A sample no import writes can only come from a file changed with its checksums.
+    if (const std::string flaw = flawOf(sample, type.canonical); !flaw.empty()) {
+      return Unpacked::failure(damage(type.identifier + ": " + flaw));
+    }
+    block->samples.push_back(sample);
+  }
+  return Unpacked::success(std::move(block));
+}
+
+void ImportedHealthDatabase::cacheBlock(std::int64_t row, SharedBlock block) const {
+  const std::size_t bytes = block->samples.size() * sizeof(layout::PackedSample);
+  if (cachedBytes_ + bytes > kBlockCacheBytes) {
+    // Consecutive days read mostly the same blocks, so starting again costs a few reads of each.
+    cache_.clear();
+    cachedBytes_ = 0;
+  }
+  cache_.emplace(row, std::move(block));
+  cachedBytes_ += bytes;
 }
 
 std::string ImportedHealthDatabase::flawOf(const layout::PackedSample& sample,
@@ -398,21 +473,14 @@ Result<std::vector<platform::StoredSample>> ImportedHealthDatabase::samples(
   constexpr double kFar = 1e300;  // beyond any date; stands for an open bound
   const double from = start ? start->timeIntervalSinceReferenceDate() : -kFar;
   const double to = end ? end->timeIntervalSinceReferenceDate() : kFar;
-  auto blocks = blocksFor(type->second, from, to);
+  const auto blocks = blocksFor(type->second, from, to);
   if (blocks.isFailure()) {
     return fail(blocks.error());
   }
 
-  const auto canonical = platform::canonicalUnitForQuantityType(typeIdentifier);
   std::vector<layout::PackedSample> packed;
-  for (const Block& block : blocks.value()) {
-    const auto* bytes = reinterpret_cast<const unsigned char*>(block.samples.data());
-    for (std::size_t at = 0; at < block.samples.size(); at += layout::kSampleBytes) {
-      const layout::PackedSample sample = layout::unpack(bytes + at);
-      // A sample no import writes can only come from a file changed with its checksums.
-      if (const std::string flaw = flawOf(sample, canonical); !flaw.empty()) {
-        return fail(damage(typeIdentifier + ": " + flaw));
-      }
+  for (const SharedBlock& block : blocks.value()) {
+    for (const layout::PackedSample& sample : block->samples) {
       // The window's own test: the blocks are a superset.
       if ((start && sample.end < from) || (end && !(sample.start < to))) {
         continue;

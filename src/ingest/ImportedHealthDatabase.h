@@ -7,14 +7,17 @@
 // source, a unit of its type's dimension, finite times, a value a measurement can have): a damaged
 // file fails the query with a `damaged` error naming the file, never a part of the answer. Queries
 // from any number of threads are safe: they share one read-only connection under a lock, held only
-// while the rows are fetched. The file is never written; replacing it by a new import while it is
-// open is safe too, since the open database keeps reading the file it opened.
+// while the rows are fetched. Unpacked blocks, once checked, are kept in a bounded cache, so that
+// the days of a range read and check each block of the file about once. The file is never
+// written; replacing it by a new import while it is open is safe too, since the open database
+// keeps reading the file it opened.
 #pragma once
 
 #include <cstdint>
 #include <filesystem>
 #include <memory>
 #include <mutex>
+#include <optional>
 #include <string>
 #include <unordered_map>
 #include <vector>
@@ -31,6 +34,9 @@ namespace velk::ingest {
 
 namespace layout {
 struct PackedSample;
+}
+namespace sqlite {
+class Statement;
 }
 
 inline constexpr const char* kImportDatabaseErrorDomain = "velk.ingest.database";
@@ -79,8 +85,10 @@ class ImportedHealthDatabase final : public platform::HealthDatabase {
  private:
   struct Connection;
   struct TypeInfo {
+    std::string identifier;
     std::int64_t id = 0;
     double longestSpan = 0;
+    std::optional<platform::HKUnit> canonical;  ///< the unit its quantities convert to, if any
   };
   struct SourceInfo {
     platform::InternedString bundleIdentifier;
@@ -88,6 +96,10 @@ class ImportedHealthDatabase final : public platform::HealthDatabase {
   };
 
   struct Block;
+  using SharedBlock = std::shared_ptr<const Block>;
+
+  /// How many bytes of unpacked samples the block cache keeps at most.
+  static constexpr std::size_t kBlockCacheBytes = 16u << 20;
 
   explicit ImportedHealthDatabase(std::filesystem::path path);
   Status load();
@@ -97,7 +109,14 @@ class ImportedHealthDatabase final : public platform::HealthDatabase {
   Status readSources(sqlite3* handle);
   Status readCharacteristics(sqlite3* handle);
   Status prepareBlockQueries(Connection& connection);
-  Result<std::vector<Block>> blocksFor(const TypeInfo& type, double start, double end) const;
+  /// The blocks of `type` that may hold samples of [start, end], each checked, cached ones from
+  /// the cache. Called without the mutex held.
+  Result<std::vector<SharedBlock>> blocksFor(const TypeInfo& type, double start, double end) const;
+  /// The block in the current row of `row` (first_start, last_end, sample_count, checksum,
+  /// samples), unpacked and checked against its checksum, its size and what an import writes.
+  Result<SharedBlock> unpackBlock(const TypeInfo& type, bool isLong, sqlite::Statement& row) const;
+  /// Called with the mutex held.
+  void cacheBlock(std::int64_t row, SharedBlock block) const;
   /// Why the sample cannot have been written by an import; empty when it can.
   std::string flawOf(const layout::PackedSample& sample,
                      const std::optional<platform::HKUnit>& canonical) const;
@@ -114,9 +133,14 @@ class ImportedHealthDatabase final : public platform::HealthDatabase {
   std::unordered_map<std::string, std::string> info_;
   std::uint64_t sampleCount_ = 0;
 
-  mutable std::mutex mutex_;  ///< guards the connection, its statements and firstFailure_
+  /// Guards the connection, its statements, the block cache and firstFailure_.
+  mutable std::mutex mutex_;
   mutable std::optional<Error> firstFailure_;
   std::unique_ptr<Connection> connection_;
+  /// Unpacked blocks by row: a range of days reads each block on two or three days, and the
+  /// rare body measurements of every earlier day on each.
+  mutable std::unordered_map<std::int64_t, SharedBlock> cache_;
+  mutable std::size_t cachedBytes_ = 0;
 };
 
 }  // namespace velk::ingest

@@ -7,6 +7,8 @@
 
 #include <cmath>
 #include <limits>
+#include <map>
+#include <mutex>
 
 #include "velk/DebugOutput.h"
 #include "velk/Device.h"
@@ -93,9 +95,20 @@ std::int64_t field(const icu::Calendar& calendar, UCalendarDateFields which) {
 
 }  // namespace
 
-Calendar::Calendar(const std::string& timeZoneIdentifier)
-    : zone_(timeZoneIdentifier),
-      prototype_(std::make_shared<const Prototype>(Prototype{makeCalendar(timeZoneIdentifier)})) {}
+// The prototype of a zone is made on first use and shared by every calendar of that zone from
+// then on: making one loads the zone's rules and the locale's week data, which costs more than all
+// that a day's summaries then ask of it. Prototypes are never changed, so sharing them is safe.
+Calendar::Calendar(const std::string& timeZoneIdentifier) : zone_(timeZoneIdentifier) {
+  // Kept for the whole process (never destroyed), like the zones ICU itself caches.
+  static auto* const mutex = new std::mutex;
+  static auto* const made = new std::map<std::string, std::shared_ptr<const Prototype>>;
+  const std::lock_guard lock(*mutex);
+  auto& prototype = (*made)[timeZoneIdentifier];
+  if (!prototype) {
+    prototype = std::make_shared<const Prototype>(Prototype{makeCalendar(timeZoneIdentifier)});
+  }
+  prototype_ = prototype;
+}
 
 Calendar::~Calendar() = default;
 Calendar::Calendar(const Calendar&) = default;

@@ -7,6 +7,7 @@
 #include <unicode/timezone.h>
 #include <unicode/unistr.h>
 
+#include <map>
 #include <mutex>
 #include <utility>
 
@@ -65,30 +66,52 @@ struct DateFormatter::Shared {
   }
 };
 
-DateFormatter::DateFormatter(std::string pattern, std::optional<std::string> timeZoneIdentifier,
-                             std::string localeIdentifier)
-    : shared_(std::make_shared<Shared>()) {
-  shared_->pattern = std::move(pattern);
-  shared_->zone = std::move(timeZoneIdentifier);
-  shared_->locale = std::move(localeIdentifier);
+std::shared_ptr<DateFormatter::Shared> DateFormatter::makeShared(
+    std::string pattern, std::optional<std::string> timeZoneIdentifier,
+    std::string localeIdentifier) {
+  auto shared = std::make_shared<Shared>();
+  shared->pattern = std::move(pattern);
+  shared->zone = std::move(timeZoneIdentifier);
+  shared->locale = std::move(localeIdentifier);
 
   UErrorCode status = U_ZERO_ERROR;
-  shared_->format = std::make_unique<icu::SimpleDateFormat>(
-      icu::UnicodeString::fromUTF8(shared_->pattern), makeLocale(shared_->locale), status);
+  shared->format = std::make_unique<icu::SimpleDateFormat>(
+      icu::UnicodeString::fromUTF8(shared->pattern), makeLocale(shared->locale), status);
   if (U_FAILURE(status)) {
-    fatalError("date format pattern \"" + shared_->pattern +
+    fatalError("date format pattern \"" + shared->pattern +
                "\" is not usable: " + u_errorName(status));
   }
   // As the platform's formatters: parsing is strict unless asked otherwise, and a wall time that
   // occurs twice reads as its first occurrence, as the calendar reads it.
-  shared_->format->setLenient(false);
-  std::unique_ptr<icu::Calendar> calendar(shared_->format->getCalendar()->clone());
+  shared->format->setLenient(false);
+  std::unique_ptr<icu::Calendar> calendar(shared->format->getCalendar()->clone());
   calendar->setRepeatedWallTimeOption(UCAL_WALLTIME_FIRST);
-  shared_->format->adoptCalendar(calendar.release());
-  if (shared_->zone) {
-    shared_->format->adoptTimeZone(makeZone(*shared_->zone));
-    shared_->appliedZone = *shared_->zone;
+  shared->format->adoptCalendar(calendar.release());
+  if (shared->zone) {
+    shared->format->adoptTimeZone(makeZone(*shared->zone));
+    shared->appliedZone = *shared->zone;
   }
+  return shared;
+}
+
+DateFormatter::DateFormatter(std::string pattern, std::optional<std::string> timeZoneIdentifier,
+                             std::string localeIdentifier) {
+  // Making an ICU formatter loads the locale's symbols and number formats, which costs far more
+  // than formatting with it, and the summaries' builders make theirs per request. Equal formatters
+  // (pattern, zone or none, locale) therefore share one, as copies do; they are kept for the
+  // whole process (never destroyed).
+  static auto* const mutex = new std::mutex;
+  static auto* const made = new std::map<std::string, std::shared_ptr<Shared>>;
+  std::string key = pattern;
+  key.append(1, '\0').append(timeZoneIdentifier.value_or("")).append(1, '\0');
+  key.append(timeZoneIdentifier ? "zone" : "device").append(1, '\0').append(localeIdentifier);
+  const std::lock_guard lock(*mutex);
+  auto& shared = (*made)[key];
+  if (!shared) {
+    shared =
+        makeShared(std::move(pattern), std::move(timeZoneIdentifier), std::move(localeIdentifier));
+  }
+  shared_ = shared;
 }
 
 std::string DateFormatter::string(Date date) const {

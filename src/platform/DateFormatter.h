@@ -35,6 +35,9 @@ class DateFormatter {
 
  private:
   struct Shared;
+  static std::shared_ptr<Shared> makeShared(std::string pattern,
+                                            std::optional<std::string> timeZoneIdentifier,
+                                            std::string localeIdentifier);
   std::shared_ptr<Shared> shared_;
 };
 

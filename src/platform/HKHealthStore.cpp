@@ -175,23 +175,41 @@ bool HKHealthStore::isHealthDataAvailable() {
   return HealthDatabase::ofCurrentDevice()->isHealthDataAvailable();
 }
 
+// Each answer is computed ahead by the database's query workers and handed to its handler on the
+// callback queue, in the order the queries were started. The computation reaches the database
+// through a plain pointer: the callback item, which holds the database, waits for it.
 void HKHealthStore::executeQuery(HKSampleQuery query) const {
-  database_->callbackQueue()->async([database = database_, query = std::move(query)] {
-    SampleAnswer answer = answerSampleQuery(*database, query);
-    if (query.resultsHandler()) {
-      query.resultsHandler()(query, std::move(answer.samples), std::move(answer.error));
-    }
+  const auto shared = std::make_shared<const HKSampleQuery>(std::move(query));
+  auto answer = std::make_shared<SampleAnswer>();
+  const auto workers = database_->queryWorkers();
+  auto task = workers->offer([database = database_.get(), shared, answer] {
+    *answer = answerSampleQuery(*database, *shared);
   });
+  database_->callbackQueue()->async(
+      [database = database_, workers, task = std::move(task), shared, answer] {
+        workers->finish(*task);
+        if (shared->resultsHandler()) {
+          shared->resultsHandler()(*shared, std::move(answer->samples), std::move(answer->error));
+        }
+      });
 }
 
 void HKHealthStore::executeQuery(HKStatisticsCollectionQuery query) const {
   // The intervals follow the calendar of the device at the moment the query is started.
   std::string timeZone = Device::current()->timeZone();
+  const auto shared = std::make_shared<const HKStatisticsCollectionQuery>(std::move(query));
+  auto answer = std::make_shared<CollectionAnswer>();
+  const auto workers = database_->queryWorkers();
+  auto task =
+      workers->offer([database = database_.get(), shared, answer, timeZone = std::move(timeZone)] {
+        *answer = answerCollectionQuery(*database, *shared, timeZone);
+      });
   database_->callbackQueue()->async(
-      [database = database_, query = std::move(query), timeZone = std::move(timeZone)] {
-        CollectionAnswer answer = answerCollectionQuery(*database, query, timeZone);
-        if (query.initialResultsHandler) {
-          query.initialResultsHandler(query, std::move(answer.collection), std::move(answer.error));
+      [database = database_, workers, task = std::move(task), shared, answer] {
+        workers->finish(*task);
+        if (shared->initialResultsHandler) {
+          shared->initialResultsHandler(*shared, std::move(answer->collection),
+                                        std::move(answer->error));
         }
       });
 }

@@ -64,6 +64,14 @@ std::shared_ptr<SerialQueue> HealthDatabase::callbackQueue() const {
   return queue_;
 }
 
+std::shared_ptr<QueryWorkers> HealthDatabase::queryWorkers() const {
+  std::lock_guard lock(mutex_);
+  if (!workers_) {
+    workers_ = std::make_shared<QueryWorkers>(QueryWorkers::helpersForThisMachine());
+  }
+  return workers_;
+}
+
 void HealthDatabase::recordAuthorizationRequest(std::set<std::string> readTypes) {
   std::lock_guard lock(mutex_);
   authorizationRequests_.push_back(std::move(readTypes));

@@ -19,6 +19,7 @@
 #include <string>
 #include <vector>
 
+#include "platform/QueryWorkers.h"
 #include "platform/SampleRecord.h"
 #include "platform/SourcePriority.h"
 #include "platform/StoredSample.h"
@@ -105,6 +106,10 @@ class HealthDatabase {
   /// The serial queue on which the store answers. Made on first use, one per database.
   std::shared_ptr<SerialQueue> callbackQueue() const;
 
+  /// The helpers that compute the store's answers ahead of their turn on the callback queue
+  /// (QueryWorkers.h). Made on first use, one per database, a helper per core beyond the first.
+  std::shared_ptr<QueryWorkers> queryWorkers() const;
+
   /// Remembers the read set of an authorisation request, so that tests and the tool can see what
   /// was asked for. Safe from any thread.
   void recordAuthorizationRequest(std::set<std::string> readTypes);
@@ -113,6 +118,7 @@ class HealthDatabase {
  private:
   mutable std::mutex mutex_;
   mutable std::shared_ptr<SerialQueue> queue_;
+  mutable std::shared_ptr<QueryWorkers> workers_;
   std::vector<std::set<std::string>> authorizationRequests_;
 };
 

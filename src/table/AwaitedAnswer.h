@@ -1,10 +1,12 @@
 // One answer of the library, awaited on the host's main thread. The library answers on the
 // store's queue or on the main queue; the waiting thread drives the main queue until the answer
-// is there, so answers delivered on the main queue arrive too.
+// is there, so answers delivered on the main queue arrive too. An answer set on another queue
+// wakes the main queue with an empty work item, as a host hands a result to its main queue.
 #pragma once
 
 #include <atomic>
 #include <chrono>
+#include <memory>
 #include <mutex>
 #include <optional>
 #include <utility>
@@ -22,14 +24,18 @@ class AwaitedAnswer {
  public:
   /// Safe from any thread; call it once.
   void set(Value value) {
-    std::lock_guard lock(mutex_);
-    value_ = std::move(value);
-    arrived_ = true;
+    {
+      std::lock_guard lock(mutex_);
+      value_ = std::move(value);
+      arrived_ = true;
+    }
+    if (!mainQueue_->isCurrent()) {
+      mainQueue_->async([] {});
+    }
   }
   /// Drives the installed device's main queue until the answer is there; false on timeout.
   bool await() {
-    auto mainQueue = platform::Device::current()->mainQueue();
-    return mainQueue->runUntil([this] { return arrived_.load(); }, kAnswerTimeout);
+    return mainQueue_->runUntil([this] { return arrived_.load(); }, kAnswerTimeout);
   }
   /// The answer; only after await() returned true.
   Value take() {
@@ -38,6 +44,7 @@ class AwaitedAnswer {
   }
 
  private:
+  const std::shared_ptr<platform::MainQueue> mainQueue_ = platform::Device::current()->mainQueue();
   std::mutex mutex_;
   std::atomic<bool> arrived_{false};
   std::optional<Value> value_;

@@ -197,34 +197,37 @@ TEST(ImportFaultTest, ADamagedBlockFailsTheQueriesThatReadIt) {
     sqlite3_finalize(write);
   }
 
-  auto opened = ImportedHealthDatabase::open(database);
-  ASSERT_TRUE(opened.isSuccess()) << opened.error().message();
-  const auto read = opened.value()->samples(kSteps, std::nullopt, std::nullopt);
-  ASSERT_TRUE(read.isFailure());
-  EXPECT_EQ(read.error().domain(), kImportDatabaseErrorDomain);
-  EXPECT_EQ(read.error().code(), static_cast<std::int64_t>(DatabaseErrorCode::damaged));
-  EXPECT_THAT(read.error().message(),
-              ::testing::AllOf(::testing::HasSubstr("health.db: damaged import database"),
-                               ::testing::HasSubstr("checksum")));
+  {
+    auto opened = ImportedHealthDatabase::open(database);
+    ASSERT_TRUE(opened.isSuccess()) << opened.error().message();
+    const auto read = opened.value()->samples(kSteps, std::nullopt, std::nullopt);
+    ASSERT_TRUE(read.isFailure());
+    EXPECT_EQ(read.error().domain(), kImportDatabaseErrorDomain);
+    EXPECT_EQ(read.error().code(), static_cast<std::int64_t>(DatabaseErrorCode::damaged));
+    EXPECT_THAT(read.error().message(),
+                ::testing::AllOf(::testing::HasSubstr("health.db: damaged import database"),
+                                 ::testing::HasSubstr("checksum")));
 
-  testing::TestDevice device({.healthDatabase = opened.value()});
-  const platform::HKHealthStore store;
-  const auto steps = platform::HKObjectType::quantityTypeForIdentifier(kSteps).value();
-  const auto samples = testing::runSampleQuery(store, steps, std::nullopt);
-  EXPECT_FALSE(samples.samples);
-  ASSERT_TRUE(samples.error);
-  EXPECT_EQ(samples.error->message(), read.error().message());
-  platform::DateComponents day;
-  day.day = 1;
-  const auto sums = testing::runCollectionQuery(
-      store, platform::HKStatisticsCollectionQuery(steps, std::nullopt,
-                                                   platform::HKStatisticsOptions::cumulativeSum,
-                                                   testing::utcDate(2024, 1, 1), day));
-  EXPECT_FALSE(sums.collection);
-  ASSERT_TRUE(sums.error);
-  EXPECT_EQ(sums.error->message(), read.error().message());
-  EXPECT_EQ(opened.value()->firstFailedRead(), read.error());
+    testing::TestDevice device({.healthDatabase = opened.value()});
+    const platform::HKHealthStore store;
+    const auto steps = platform::HKObjectType::quantityTypeForIdentifier(kSteps).value();
+    const auto samples = testing::runSampleQuery(store, steps, std::nullopt);
+    EXPECT_FALSE(samples.samples);
+    ASSERT_TRUE(samples.error);
+    EXPECT_EQ(samples.error->message(), read.error().message());
+    platform::DateComponents day;
+    day.day = 1;
+    const auto sums = testing::runCollectionQuery(
+        store, platform::HKStatisticsCollectionQuery(steps, std::nullopt,
+                                                     platform::HKStatisticsOptions::cumulativeSum,
+                                                     testing::utcDate(2024, 1, 1), day));
+    EXPECT_FALSE(sums.collection);
+    ASSERT_TRUE(sums.error);
+    EXPECT_EQ(sums.error->message(), read.error().message());
+    EXPECT_EQ(opened.value()->firstFailedRead(), read.error());
+  }
 
+  // An open database keeps its file locked for reading, so the file is changed once it is closed.
   ASSERT_EQ(sqlite3_exec(handle, "UPDATE meta SET value = '1' WHERE key = 'version'", nullptr,
                          nullptr, nullptr),
             SQLITE_OK);

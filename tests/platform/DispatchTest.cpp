@@ -6,6 +6,7 @@
 #include <vector>
 
 #include "platform/DispatchGroup.h"
+#include "platform/QueryWorkers.h"
 #include "velk/DispatchQueue.h"
 
 namespace velk::platform {
@@ -71,6 +72,48 @@ TEST(DispatchConcurrencyTest, QueueReleasedFromItsOwnWorkDoesNotDeadlock) {
     done = true;
   });
   EXPECT_TRUE(main->runUntil([&] { return done.load(); }, 5s));
+}
+
+TEST(DispatchConcurrencyTest, QueryWorkersComputeAheadOnceEachAndHandOverInOrder) {
+  constexpr int kTasks = 200;
+  for (const std::size_t helpers : {std::size_t{0}, std::size_t{2}}) {
+    QueryWorkers workers(helpers);
+    auto queue = SerialQueue::make("test.callbacks");
+    MainQueue main;
+    std::vector<std::atomic<int>> computed(kTasks);
+    std::atomic<int> onHelpers{0};
+    std::vector<int> handedOver;  // only touched on `queue`
+    std::atomic<bool> done{false};
+    for (int i = 0; i < kTasks; ++i) {
+      auto value = std::make_shared<int>(-1);
+      // The first computation is slow, so that the ones after it are computed meanwhile.
+      auto task = workers.offer([&, i, value] {
+        if (i == 0) {
+          std::this_thread::sleep_for(20ms);
+        }
+        ++computed[static_cast<std::size_t>(i)];
+        onHelpers += queue->isCurrent() ? 0 : 1;
+        *value = i;
+      });
+      queue->async([&, i, task, value] {
+        workers.finish(*task);
+        handedOver.push_back(*value == i ? i : -1);
+        done = i == kTasks - 1;
+      });
+    }
+    ASSERT_TRUE(main.runUntil([&] { return done.load(); }, 10s));
+    std::vector<int> inOrder(kTasks);
+    for (int i = 0; i < kTasks; ++i) {
+      inOrder[static_cast<std::size_t>(i)] = i;
+      EXPECT_EQ(computed[static_cast<std::size_t>(i)].load(), 1) << "task " << i;
+    }
+    EXPECT_EQ(handedOver, inOrder);
+    if (helpers == 0) {
+      EXPECT_EQ(onHelpers.load(), 0);
+    } else {
+      EXPECT_GT(onHelpers.load(), 0);
+    }
+  }
 }
 
 }  // namespace
