@@ -1,5 +1,6 @@
 #include "ingest/StoreFile.h"
 
+#include <algorithm>
 #include <cerrno>
 #include <cmath>
 #include <cstring>
@@ -7,7 +8,9 @@
 #include <initializer_list>
 #include <limits>
 #include <nlohmann/json.hpp>
+#include <optional>
 #include <sstream>
+#include <vector>
 
 #include "platform/CanonicalUnits.h"
 #include "platform/HKObjectType.h"
@@ -355,39 +358,61 @@ Error invalid(StoreFileErrorCode code, const std::string& fileName, const std::s
   return Error(kStoreFileErrorDomain, static_cast<std::int64_t>(code), message + problem);
 }
 
+// JSON lets the last of two equal keys win; a store file refuses them, as it refuses keys it
+// does not know. Walks the text without building a tree: the parser's own hook for this (a
+// callback while it builds the tree) searches each finished object's parent once more, which
+// takes minutes for a file of a million samples.
+struct RepeatedKeyFinder final : nlohmann::json_sax<json> {
+  std::optional<std::string> repeatedKey;
+  std::vector<std::vector<std::string>> openObjects;  ///< the keys of each open object
+
+  bool null() override { return true; }
+  bool boolean(bool) override { return true; }
+  bool number_integer(number_integer_t) override { return true; }
+  bool number_unsigned(number_unsigned_t) override { return true; }
+  bool number_float(number_float_t, const string_t&) override { return true; }
+  bool string(string_t&) override { return true; }
+  bool binary(binary_t&) override { return true; }
+  bool start_object(std::size_t) override {
+    openObjects.emplace_back();
+    return true;
+  }
+  bool key(string_t& key) override {
+    auto& keys = openObjects.back();
+    if (!repeatedKey && std::find(keys.begin(), keys.end(), key) != keys.end()) {
+      repeatedKey = key;
+    }
+    keys.push_back(key);
+    return true;
+  }
+  bool end_object() override {
+    openObjects.pop_back();
+    return true;
+  }
+  bool start_array(std::size_t) override { return true; }
+  bool end_array() override { return true; }
+  bool parse_error(std::size_t, const std::string&, const nlohmann::detail::exception&) override {
+    return false;
+  }
+};
+
 }  // namespace
 
 Result<StoreFileContents> StoreFile::parse(std::string_view text, const std::string& fileName) {
   json root;
-  // JSON lets the last of two equal keys win; a store file refuses them, as it refuses keys it
-  // does not know. The keys of each open object, innermost last.
-  std::vector<std::vector<std::string>> openObjects;
-  std::optional<std::string> repeatedKey;
-  const auto checkKeys = [&](int, json::parse_event_t event, json& parsed) {
-    if (event == json::parse_event_t::object_start) {
-      openObjects.emplace_back();
-    } else if (event == json::parse_event_t::object_end && !openObjects.empty()) {
-      openObjects.pop_back();
-    } else if (event == json::parse_event_t::key && !openObjects.empty()) {
-      auto& keys = openObjects.back();
-      const auto& key = parsed.get_ref<const std::string&>();
-      if (std::find(keys.begin(), keys.end(), key) != keys.end()) {
-        repeatedKey = repeatedKey.value_or(key);
-      }
-      keys.push_back(key);
-    }
-    return true;
-  };
   try {
-    root = json::parse(text, checkKeys);
+    root = json::parse(text);
   } catch (const json::exception& error) {  // syntax errors, and numbers beyond a double
     return Result<StoreFileContents>::failure(invalid(StoreFileErrorCode::notJson, fileName, "",
                                                       std::string("not JSON: ") + error.what()));
   }
-  if (repeatedKey) {
+  // The text is known to be JSON now; a second pass without a tree finds repeated keys.
+  RepeatedKeyFinder finder;
+  json::sax_parse(text, &finder);
+  if (finder.repeatedKey) {
     return Result<StoreFileContents>::failure(
         invalid(StoreFileErrorCode::invalid, fileName, "",
-                "the key \"" + *repeatedKey + "\" appears twice in one object"));
+                "the key \"" + *finder.repeatedKey + "\" appears twice in one object"));
   }
   try {
     return Result<StoreFileContents>::success(StoreFileReader().read(root));
