@@ -24,9 +24,10 @@ enum class ExportIssue : std::uint8_t {
   impossibleValue,       ///< a quantity no measurement can have (kLargestQuantity), skipped
   endBeforeStart,        ///< a record that ends before it starts, skipped
   repeatedAttribute,     ///< a record with an attribute written twice, skipped
+  otherEncoding,         ///< the file declares an encoding other than UTF-8; read as UTF-8
 };
 
-inline constexpr std::size_t kExportIssueCount = 12;
+inline constexpr std::size_t kExportIssueCount = 13;
 
 class ExportReport {
  public:

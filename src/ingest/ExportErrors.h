@@ -19,6 +19,7 @@ enum class ExportErrorCode : std::int64_t {
   invalidSourceMapping = 5,  ///< the source mapping file is not a JSON object of strings
   archiveTooLarge = 6,       ///< the export inside an archive unpacks beyond ArchiveLimits
   stopped = 7,               ///< the host asked the import to stop (ImportOptions::stopRequested)
+  severalExportsInArchive = 8,  ///< a zip archive with more than one export XML inside
 };
 
 inline Error exportError(ExportErrorCode code, std::string message) {

@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <cstdint>
 #include <cstring>
+#include <pugixml.hpp>
 
 namespace velk::ingest {
 
@@ -73,6 +74,24 @@ void scanRootTag(std::string_view head, std::size_t at, PrologueScan& scan) {
 }
 
 }  // namespace
+
+std::string declaredEncoding(std::string_view head) {
+  if (head.starts_with("\xEF\xBB\xBF")) {
+    head.remove_prefix(3);
+  }
+  const auto end = head.find("?>");
+  if (!head.starts_with("<?xml") || end == std::string_view::npos) {
+    return {};
+  }
+  pugi::xml_document declaration;
+  const std::string_view text = head.substr(0, end + 2);
+  if (!declaration.load_buffer(text.data(), text.size(),
+                               pugi::parse_declaration | pugi::parse_fragment,
+                               pugi::encoding_utf8)) {
+    return {};
+  }
+  return declaration.first_child().attribute("encoding").value();
+}
 
 PrologueScan scanPrologue(std::string_view head) {
   PrologueScan scan;

@@ -22,6 +22,10 @@ struct PrologueScan {
 /// (give more bytes, or treat as notXml at the end of the file).
 PrologueScan scanPrologue(std::string_view head);
 
+/// The encoding the XML declaration at the start of `head` names ("UTF-8", "ISO-8859-1"), or
+/// empty when there is no declaration or it names none.
+std::string declaredEncoding(std::string_view head);
+
 /// The `value` of the first <ExportDate> in `text`, or empty.
 std::string_view findExportDateValue(std::string_view text);
 

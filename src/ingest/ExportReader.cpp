@@ -1,6 +1,7 @@
 #include "ingest/ExportReader.h"
 
 #include <algorithm>
+#include <cctype>
 #include <deque>
 #include <functional>
 #include <future>
@@ -357,6 +358,14 @@ Result<Prologue> readPrologue(ExportSource& source) {
   return Result<Prologue>::success(std::move(prologue));
 }
 
+// True for the names UTF-8 goes by, and for no name at all (XML's default).
+bool isUtf8Name(std::string_view encoding) {
+  std::string lower(encoding);
+  std::transform(lower.begin(), lower.end(), lower.begin(),
+                 [](unsigned char c) { return static_cast<char>(std::tolower(c)); });
+  return lower.empty() || lower == "utf-8" || lower == "utf8";
+}
+
 // An error when the prologue shows no export.
 std::optional<Error> notAnExport(const Prologue& prologue, const ExportSource& source) {
   const PrologueScan& scan = prologue.scan;
@@ -451,6 +460,9 @@ Result<ExportReport> ExportReader::read(ExportSource& source, ExportSink& sink) 
   ExportReport report;
   if (prologue.controlsReplaced > 0) {
     report.noteMany(ExportIssue::controlCharacters, prologue.controlsReplaced);
+  }
+  if (const std::string encoding = declaredEncoding(prologue.head); !isUtf8Name(encoding)) {
+    report.note(ExportIssue::otherEncoding, 1, encoding);
   }
   if (prologue.scan.rootIsEmpty) {
     return R::success(std::move(report));

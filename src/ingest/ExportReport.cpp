@@ -115,6 +115,9 @@ std::string_view describe(ExportIssue issue) {
       return "records that end before they start, skipped";
     case ExportIssue::repeatedAttribute:
       return "records with an attribute written twice (not well-formed XML), skipped";
+    case ExportIssue::otherEncoding:
+      return "an encoding other than UTF-8 declared, read as UTF-8: records with other bytes "
+             "skipped (convert with iconv and change the declaration)";
   }
   return "unknown issue";
 }

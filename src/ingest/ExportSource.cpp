@@ -139,6 +139,33 @@ bool entryIsExport(zip_t* archive, zip_uint64_t index, std::uint64_t& budget) {
   return false;
 }
 
+// What an archive holds that may be an export: its XML entries whose root element is HealthData
+// (looked for until a second shows, since one of two cannot be chosen), and the first XML entry
+// that is encrypted.
+struct ArchiveContents {
+  std::vector<zip_uint64_t> exports;
+  std::string encrypted;
+};
+
+ArchiveContents lookForExports(zip_t* archive, std::uint64_t probeBudget) {
+  ArchiveContents found;
+  const auto entries = zip_get_num_entries(archive, 0);
+  for (zip_int64_t i = 0; i < entries && probeBudget > 0 && found.exports.size() < 2; ++i) {
+    const auto index = static_cast<zip_uint64_t>(i);
+    zip_stat_t stat;
+    if (zip_stat_index(archive, index, 0, &stat) != 0 || (stat.valid & ZIP_STAT_NAME) == 0 ||
+        !endsWithXml(stat.name)) {
+      continue;
+    }
+    if ((stat.valid & ZIP_STAT_ENCRYPTION_METHOD) != 0 && stat.encryption_method != ZIP_EM_NONE) {
+      found.encrypted = found.encrypted.empty() ? stat.name : found.encrypted;
+    } else if (entryIsExport(archive, index, probeBudget)) {
+      found.exports.push_back(index);
+    }
+  }
+  return found;
+}
+
 SourceResult openArchive(const std::filesystem::path& path, const ArchiveLimits& limits) {
   int code = 0;
   ArchivePointer archive(zip_open(path.c_str(), ZIP_RDONLY, &code));
@@ -150,43 +177,38 @@ SourceResult openArchive(const std::filesystem::path& path, const ArchiveLimits&
     zip_error_fini(&error);
     return SourceResult::failure(exportError(ExportErrorCode::cannotOpen, message));
   }
-  const auto entries = zip_get_num_entries(archive.get(), 0);
-  std::uint64_t probeBudget = limits.probeBudget;
-  std::string encrypted;  // the first XML entry that cannot be read without a password
-  for (zip_int64_t i = 0; i < entries && probeBudget > 0; ++i) {
-    const auto index = static_cast<zip_uint64_t>(i);
+  const ArchiveContents contents = lookForExports(archive.get(), limits.probeBudget);
+  const auto nameOf = [&archive](zip_uint64_t index) {
+    return std::string(zip_get_name(archive.get(), index, 0));
+  };
+  if (contents.exports.size() > 1) {
+    return SourceResult::failure(
+        exportError(ExportErrorCode::severalExportsInArchive,
+                    "the archive " + path.string() + " holds more than one Apple Health export (" +
+                        nameOf(contents.exports[0]) + ", " + nameOf(contents.exports[1]) +
+                        "): unpack it and give the export.xml meant"));
+  }
+  if (contents.exports.size() == 1) {
+    const zip_uint64_t index = contents.exports.front();
     zip_stat_t stat;
-    if (zip_stat_index(archive.get(), index, 0, &stat) != 0 || (stat.valid & ZIP_STAT_NAME) == 0 ||
-        !endsWithXml(stat.name)) {
-      continue;
-    }
-    if ((stat.valid & ZIP_STAT_ENCRYPTION_METHOD) != 0 && stat.encryption_method != ZIP_EM_NONE) {
-      encrypted = encrypted.empty() ? stat.name : encrypted;
-      continue;
-    }
-    if (!entryIsExport(archive.get(), index, probeBudget)) {
-      continue;
-    }
+    zip_stat_index(archive.get(), index, 0, &stat);
     const std::uint64_t size = (stat.valid & ZIP_STAT_SIZE) != 0 ? stat.size : 0;
     const std::uint64_t compressed = (stat.valid & ZIP_STAT_COMP_SIZE) != 0 ? stat.comp_size : 0;
     const auto allowed = limits.allowedSize(compressed);
-    std::string description = path.string() + ":" + stat.name;
+    std::string description = path.string() + ":" + nameOf(index);
     if (size > allowed) {
       return SourceResult::failure(
           exportError(ExportErrorCode::archiveTooLarge, tooLargeMessage(description, allowed)));
     }
-    EntryPointer entry(zip_fopen_index(archive.get(), index, 0));
-    if (!entry) {
-      break;
+    if (EntryPointer entry(zip_fopen_index(archive.get(), index, 0)); entry) {
+      return SourceResult::success(std::make_unique<ZipEntrySource>(
+          std::move(archive), std::move(entry), std::move(description), size, allowed));
     }
-    return SourceResult::success(std::make_unique<ZipEntrySource>(
-        std::move(archive), std::move(entry), std::move(description), size, allowed));
-  }
-  if (!encrypted.empty()) {
-    return SourceResult::failure(
-        exportError(ExportErrorCode::noExportInArchive,
-                    "the archive " + path.string() + " holds its XML encrypted (" + encrypted +
-                        "): unpack it with its password and give the export.xml"));
+  } else if (!contents.encrypted.empty()) {
+    return SourceResult::failure(exportError(
+        ExportErrorCode::noExportInArchive,
+        "the archive " + path.string() + " holds its XML encrypted (" + contents.encrypted +
+            "): unpack it with its password and give the export.xml"));
   }
   return SourceResult::failure(exportError(
       ExportErrorCode::noExportInArchive,

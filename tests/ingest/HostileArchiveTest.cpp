@@ -109,9 +109,9 @@ TEST(HostileArchiveTest, AZipBombIsRefusedAndAnArchiveThatUnderstatesItsSizeStop
       << report.error().message();
 }
 
-// Two exports in one archive: the first in archive order is read. A name that climbs out of the
-// archive's folder is only a name: entries are read, never written out. An encrypted export is
-// refused with a message that says so, not as an archive without an export.
+// Two exports in one archive are refused, naming both: which one is meant is unknown. A name that
+// climbs out of the archive's folder is only a name: entries are read, never written out. An
+// encrypted export is refused with a message that says so, not as an archive without an export.
 TEST(HostileArchiveTest, TwoExportsClimbingNamesAndEncryptedEntriesAreReadOrRefusedClearly) {
   testing::TempDir dir;
   const auto valuesOf = [](const std::filesystem::path& path) {
@@ -123,7 +123,13 @@ TEST(HostileArchiveTest, TwoExportsClimbingNamesAndEncryptedEntriesAreReadOrRefu
   const auto two = dir.file("two.zip");
   ASSERT_TRUE(writeZip(two, {{"apple_health_export/export.xml", exportWith(stepRecord(100))},
                              {"other/export.xml", exportWith(stepRecord(999))}}));
-  EXPECT_EQ(valuesOf(two), std::vector<double>{100});
+  const auto ambiguous = ExportSource::open(two);
+  ASSERT_TRUE(ambiguous.isFailure());
+  EXPECT_EQ(ambiguous.error().code(), code(ExportErrorCode::severalExportsInArchive));
+  EXPECT_NE(ambiguous.error().message().find(
+                "(apple_health_export/export.xml, other/export.xml): unpack it"),
+            std::string::npos)
+      << ambiguous.error().message();
   const auto climbing = dir.file("climbing.zip");
   ASSERT_TRUE(
       writeZip(climbing, {{"../../apple_health_export/export.xml", exportWith(stepRecord(7))}}));

@@ -242,8 +242,9 @@ TEST(HostileExportTest, InvalidUtf8NeverReachesARecord) {
 }
 
 // Exports in other encodings: UTF-16 (with its byte order mark, either order) is refused with a
-// message that names it and says how to convert; a Latin-1 file loses the records whose texts
-// are not UTF-8, each reported, and keeps the others.
+// message that names it and says how to convert; a file declaring Latin-1 gets one warning that
+// names its encoding, loses the records whose texts are not UTF-8, each reported, and keeps the
+// others.
 TEST(HostileExportTest, OtherEncodingsAreRefusedOrReportedRecordByRecord) {
   const std::string text = exportHead() + stepRecord(1) + "</HealthData>\n";
   for (const bool bigEndian : {false, true}) {
@@ -266,6 +267,9 @@ TEST(HostileExportTest, OtherEncodingsAreRefusedOrReportedRecordByRecord) {
   ASSERT_TRUE(latin1.isSuccess()) << latin1.error();
   EXPECT_EQ(sink.values(), std::vector<double>{4});
   EXPECT_EQ(latin1.value().entry(ExportIssue::malformedXml).details.at(0).text, "not UTF-8");
+  EXPECT_EQ(latin1.value().entry(ExportIssue::otherEncoding).details.at(0).text, "ISO-8859-1");
+  EXPECT_EQ(latin1.value().entry(ExportIssue::otherEncoding).firstLines,
+            std::vector<std::uint64_t>{1});
 }
 
 }  // namespace
