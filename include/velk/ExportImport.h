@@ -13,8 +13,10 @@
 #include <cstdint>
 #include <filesystem>
 #include <functional>
+#include <optional>
 #include <string>
 
+#include "velk/Date.h"
 #include "velk/ExportReport.h"
 #include "velk/Result.h"
 #include "velk/SourceIdentifierRule.h"
@@ -51,6 +53,10 @@ struct ImportSummary {
   std::uint64_t samplesWithoutUnit = 0;
   std::uint64_t xmlBytes = 0;
   bool characteristicsFound = false;
+  /// The earliest start and the latest end of the stored samples: the days an import has data
+  /// for. Both absent when no sample was stored.
+  std::optional<Date> earliestSampleStart;
+  std::optional<Date> latestSampleEnd;
 };
 
 /// Reads the export at `exportPath` (export.zip or its XML) into a database at `databasePath`,

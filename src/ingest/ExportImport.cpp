@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <atomic>
 #include <cmath>
+#include <limits>
 #include <unordered_map>
 #include <vector>
 
@@ -156,6 +157,13 @@ class DatabaseWriter final : public ExportSink {
   std::uint64_t samplesStored() const { return stored_; }
   std::uint64_t samplesWithoutUnit() const { return withoutUnit_; }
   bool characteristicsFound() const { return characteristicsFound_; }
+  /// Fills the summary's span of the stored samples, when there are any.
+  void describeSpan(ImportSummary& summary) const {
+    if (stored_ > 0) {
+      summary.earliestSampleStart = Date::fromReferenceSeconds(earliest_);
+      summary.latestSampleEnd = Date::fromReferenceSeconds(latest_);
+    }
+  }
 
  private:
   struct TypeEntry {
@@ -298,6 +306,8 @@ class DatabaseWriter final : public ExportSink {
       }
       insertBlock_.reset();
       stored_ += block.samples.size();
+      earliest_ = std::min(earliest_, block.firstStart);
+      latest_ = std::max(latest_, block.lastEnd);
     }
     open_.clear();
     buffered_ = 0;
@@ -439,6 +449,8 @@ class DatabaseWriter final : public ExportSink {
   std::uint64_t ordinal_ = 0;
   std::uint64_t stored_ = 0;
   std::uint64_t withoutUnit_ = 0;
+  double earliest_ = std::numeric_limits<double>::infinity();  ///< in reference seconds
+  double latest_ = -std::numeric_limits<double>::infinity();
   // The ids of the current batch's types, units and sources, by their index in the batch.
   std::vector<TypeEntry*> batchTypes_;
   std::vector<std::optional<std::uint16_t>> batchUnits_;
@@ -505,6 +517,7 @@ Result<ImportSummary> importExport(const std::filesystem::path& exportPath,
     summary.samplesStored = writer.samplesStored();
     summary.samplesWithoutUnit = writer.samplesWithoutUnit();
     summary.characteristicsFound = writer.characteristicsFound();
+    writer.describeSpan(summary);
     if (!database.close()) {
       return fail(writeFailure(
           databasePath, databaseError(DatabaseErrorCode::sqliteFailed, database.lastMessage())));

@@ -94,19 +94,24 @@ struct DebugOutputToLogger {
 using LibraryCall = py::call_guard<DebugOutputToLogger, py::gil_scoped_release>;
 
 std::string table(const NativeDevice& device, double first, double last, int hour, int minute,
-                  const std::vector<std::string>& kinds) {
+                  const std::vector<std::string>& kinds, bool csv) {
   const DebugOutputToLogger debugOutput;
   PendingPythonError pending;
   std::string rows;
   try {
     py::gil_scoped_release release;
-    rows = device.table(first, last, hour, minute, kinds,
+    rows = device.table(first, last, hour, minute, kinds, csv,
                         [&pending](std::size_t, std::size_t) { return pending.run([] {}); });
   } catch (const Failure&) {
     pending.rethrowIfRaised();  // the stop was a Ctrl-C: raise KeyboardInterrupt, not "stopped"
     throw;
   }
   return rows;
+}
+
+// A moment as Unix seconds, or null.
+nlohmann::json unixSeconds(const std::optional<Date>& moment) {
+  return moment ? nlohmann::json(moment->timeIntervalSince1970()) : nlohmann::json();
 }
 
 // The import summary as the package returns it: what `velk import` prints, and the warnings.
@@ -156,6 +161,8 @@ std::string importExport(const std::string& exportPath, const std::string& datab
                         {"samples_without_unit", summary.samplesWithoutUnit},
                         {"characteristics", summary.characteristicsFound},
                         {"xml_bytes", summary.xmlBytes},
+                        {"earliest_sample_start", unixSeconds(summary.earliestSampleStart)},
+                        {"latest_sample_end", unixSeconds(summary.latestSampleEnd)},
                         {"warnings", warnings}}
       .dump();
 }
@@ -176,13 +183,8 @@ const char* typeName(table::CellType type) {
   return "text";
 }
 
-}  // namespace
-}  // namespace velk::python
-
-PYBIND11_MODULE(_velk, module) {
-  using namespace velk::python;
-  module.doc() = "The compiled part of the velk package; use the package, not this module.";
-
+// Library errors reach Python as the package's exceptions (velk/_errors.py).
+void translateFailures() {
   py::register_exception_translator([](std::exception_ptr thrown) {
     try {
       if (thrown) {
@@ -195,31 +197,34 @@ PYBIND11_MODULE(_velk, module) {
       PyErr_SetObject(reinterpret_cast<PyObject*>(Py_TYPE(error.ptr())), error.ptr());
     }
   });
+}
 
+std::shared_ptr<NativeDevice> makeDevice(
+    std::optional<std::string> tz, std::optional<std::string> language,
+    std::optional<std::string> now, std::string osVersion, std::optional<std::string> state,
+    std::optional<std::string> store, std::optional<std::string> exportPath,
+    std::optional<std::string> db, std::optional<std::string> sources,
+    std::vector<std::string> sourcePriority) {
+  velk::ingest::DeviceOptions options;
+  options.timeZone = std::move(tz);
+  options.language = std::move(language);
+  options.now = std::move(now);
+  options.osVersion = std::move(osVersion);
+  options.statePath = std::move(state);
+  options.storePath = std::move(store);
+  options.exportPath = std::move(exportPath);
+  options.databasePath = std::move(db);
+  options.sourcesPath = std::move(sources);
+  options.sourcePriority = std::move(sourcePriority);
+  py::gil_scoped_release release;  // an export is read here
+  return std::make_shared<NativeDevice>(options);
+}
+
+void bindDevice(py::module_& module) {
   py::class_<NativeDevice, std::shared_ptr<NativeDevice>>(module, "NativeDevice")
-      .def(
-          py::init([](std::optional<std::string> tz, std::optional<std::string> language,
-                      std::optional<std::string> now, std::string osVersion,
-                      std::optional<std::string> state, std::optional<std::string> store,
-                      std::optional<std::string> exportPath, std::optional<std::string> db,
-                      std::optional<std::string> sources, std::vector<std::string> sourcePriority) {
-            velk::ingest::DeviceOptions options;
-            options.timeZone = std::move(tz);
-            options.language = std::move(language);
-            options.now = std::move(now);
-            options.osVersion = std::move(osVersion);
-            options.statePath = std::move(state);
-            options.storePath = std::move(store);
-            options.exportPath = std::move(exportPath);
-            options.databasePath = std::move(db);
-            options.sourcesPath = std::move(sources);
-            options.sourcePriority = std::move(sourcePriority);
-            py::gil_scoped_release release;  // an export is read here
-            return std::make_shared<NativeDevice>(options);
-          }),
-          py::kw_only(), py::arg("tz"), py::arg("language"), py::arg("now"), py::arg("os_version"),
-          py::arg("state"), py::arg("store"), py::arg("export"), py::arg("db"), py::arg("sources"),
-          py::arg("source_priority"))
+      .def(py::init(&makeDevice), py::kw_only(), py::arg("tz"), py::arg("language"), py::arg("now"),
+           py::arg("os_version"), py::arg("state"), py::arg("store"), py::arg("export"),
+           py::arg("db"), py::arg("sources"), py::arg("source_priority"))
       .def_property_readonly("time_zone", &NativeDevice::timeZone)
       .def_property_readonly("warnings", &NativeDevice::warnings)
       .def("instant", &NativeDevice::instant, py::arg("text"), LibraryCall())
@@ -228,7 +233,7 @@ PYBIND11_MODULE(_velk, module) {
       .def("summaries", &NativeDevice::summaries, py::arg("kinds"), py::arg("moment"),
            LibraryCall())
       .def("table", &table, py::arg("first"), py::arg("last"), py::arg("hour"), py::arg("minute"),
-           py::arg("kinds"))
+           py::arg("kinds"), py::arg("csv") = false)
       .def("last_extraction_dates", &NativeDevice::lastExtractionDates, LibraryCall())
       .def("request_permissions", &NativeDevice::requestPermissions, py::arg("family"),
            LibraryCall())
@@ -238,19 +243,26 @@ PYBIND11_MODULE(_velk, module) {
       .def(py::init<const NativeDevice&>(), py::arg("device"), LibraryCall())
       .def("day", &SummaryReader::day, py::arg("kinds"), py::arg("moment"), LibraryCall())
       .def("close", &SummaryReader::close, LibraryCall());
+}
 
+py::list columnList(const std::vector<std::string>& kinds) {
+  py::list columns;
+  for (const auto& column : velk::table::columnsOf(kindsOf(kinds))) {
+    columns.append(
+        py::make_tuple(std::string(column.name), std::string(column.unit), typeName(column.type)));
+  }
+  return columns;
+}
+
+}  // namespace
+}  // namespace velk::python
+
+PYBIND11_MODULE(_velk, module) {
+  using namespace velk::python;
+  module.doc() = "The compiled part of the velk package; use the package, not this module.";
+  translateFailures();
+  bindDevice(module);
   module.def("import_export", &importExport, py::arg("export"), py::arg("db"), py::arg("sources"),
              py::arg("progress"));
-
-  module.def(
-      "columns",
-      [](const std::vector<std::string>& kinds) {
-        py::list columns;
-        for (const auto& column : velk::table::columnsOf(kindsOf(kinds))) {
-          columns.append(py::make_tuple(std::string(column.name), std::string(column.unit),
-                                        typeName(column.type)));
-        }
-        return columns;
-      },
-      py::arg("kinds"));
+  module.def("columns", &columnList, py::arg("kinds"));
 }

@@ -141,7 +141,7 @@ std::vector<std::string> NativeDevice::summaries(const std::vector<std::string>&
 }
 
 std::string NativeDevice::table(double first, double last, int hour, int minute,
-                                const std::vector<std::string>& kinds,
+                                const std::vector<std::string>& kinds, bool csv,
                                 const table::DayProgress& progress) const {
   const auto asked = kindsOf(kinds);
   const HostLease lease(device());
@@ -150,7 +150,11 @@ std::string NativeDevice::table(double first, double last, int hour, int minute,
     throw Failure{made.error()};
   }
   std::ostringstream out;
-  table::writeNdjson(made.value(), out);
+  if (csv) {
+    table::writeCsv(made.value(), out);
+  } else {
+    table::writeNdjson(made.value(), out);
+  }
   return std::move(out).str();
 }
 

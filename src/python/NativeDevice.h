@@ -76,9 +76,10 @@ class NativeDevice {
   std::vector<std::string> summaries(const std::vector<std::string>& kinds, double moment) const;
 
   /// The day table of `kinds` as NDJSON, one line per day, exactly as `velk table --format
-  /// ndjson` writes it. `progress` is asked after each day whether to go on.
+  /// ndjson` writes it, or with `csv` as `velk table` writes CSV. `progress` is asked after each
+  /// day whether to go on.
   std::string table(double first, double last, int hour, int minute,
-                    const std::vector<std::string>& kinds,
+                    const std::vector<std::string>& kinds, bool csv,
                     const table::DayProgress& progress) const;
 
   /// Unix seconds of the stored last extraction per kind ("sleep", "physical", "body").

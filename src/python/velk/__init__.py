@@ -232,13 +232,19 @@ def import_export(path: _PathLike, db: _PathLike,
 
     ``progress``, if given, is called now and then with the bytes of export XML read so far and
     the total (0 when not known beforehand). ``sources`` maps source names to bundle identifiers
-    (a JSON file). Returns what ``velk import`` prints, with the export's warnings::
+    (a JSON file). Returns what ``velk import`` prints, with the export's warnings and the span
+    of the stored samples (aware UTC datetimes, None when nothing was stored)::
 
         {"database": ..., "export": ..., "samples": 1234, "samples_without_unit": 0,
-         "characteristics": True, "xml_bytes": 5678, "warnings": [...]}
+         "characteristics": True, "xml_bytes": 5678, "warnings": [...],
+         "earliest_sample_start": datetime(...), "latest_sample_end": datetime(...)}
     """
-    return _json.loads(_velk.import_export(_os.fspath(path), _os.fspath(db), _path(sources),
-                                           progress))
+    summary = _json.loads(_velk.import_export(_os.fspath(path), _os.fspath(db), _path(sources),
+                                              progress))
+    for key in ("earliest_sample_start", "latest_sample_end"):
+        if summary[key] is not None:
+            summary[key] = _datetime.datetime.fromtimestamp(summary[key], _datetime.timezone.utc)
+    return summary
 
 
 def _zone_info(name: str) -> _datetime.tzinfo:
