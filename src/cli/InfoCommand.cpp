@@ -4,6 +4,7 @@
 #include <cstdio>
 #include <cstdlib>
 #include <map>
+#include <optional>
 #include <set>
 #include <utility>
 #include <vector>
@@ -142,108 +143,155 @@ int displayWidth(const json& text) {
   return static_cast<int>(displayWidth(text.get<std::string>()));
 }
 
-// The text form: the same facts as the JSON, as aligned columns.
-void printText(const json& info, std::ostream& out) {
-  const auto cell = [](const json& value) {
-    return value.is_string() ? value.get<std::string>() : value.is_null() ? "-" : value.dump();
-  };
-  const auto row = [&out](const std::vector<std::pair<std::string, int>>& cells) {
-    std::string line;
-    for (const auto& [text, width] : cells) {
-      const auto wanted = static_cast<std::size_t>(std::abs(width));
-      const auto shown = displayWidth(text);
-      const std::string pad(wanted > shown ? wanted - shown : 0, ' ');
-      line += width < 0 ? pad + text : text + pad;
-      line += "  ";
-    }
-    while (!line.empty() && line.back() == ' ') {
-      line.pop_back();
-    }
-    out << line << "\n";
-  };
-  const json& period = info["period"];
-  out << "Period: " << cell(period["first_day"]) << " to " << cell(period["last_day"]) << " ("
-      << info["time_zone"].get<std::string>() << "), " << period["samples"] << " samples\n";
-  const json& me = info["characteristics"];
-  out << "Date of birth: " << cell(me["date_of_birth"])
-      << ", biological sex: " << cell(me["biological_sex"]) << "\n\n";
+std::string cellText(const json& value) {
+  return value.is_string() ? value.get<std::string>() : value.is_null() ? "-" : value.dump();
+}
 
+// One line of columns: each cell padded to its width, to the right for negative widths.
+void printRow(std::ostream& out, const std::vector<std::pair<std::string, int>>& cells) {
+  std::string line;
+  for (const auto& [text, width] : cells) {
+    const auto wanted = static_cast<std::size_t>(std::abs(width));
+    const auto shown = displayWidth(text);
+    const std::string pad(wanted > shown ? wanted - shown : 0, ' ');
+    line += width < 0 ? pad + text : text + pad;
+    line += "  ";
+  }
+  while (!line.empty() && line.back() == ' ') {
+    line.pop_back();
+  }
+  out << line << "\n";
+}
+
+void printTypes(const json& info, std::ostream& out) {
   int typeWidth = 4;
   for (const json& type : info["types"]) {
     typeWidth = std::max(typeWidth, displayWidth(type["type"]));
   }
-  row({{"Type", typeWidth},
-       {"Samples", -9},
-       {"First day", 10},
-       {"Last day", 10},
-       {"Days", -6},
-       {"By hand", -7}});
+  printRow(out, {{"Type", typeWidth},
+                 {"Samples", -9},
+                 {"First day", 10},
+                 {"Last day", 10},
+                 {"Days", -6},
+                 {"By hand", -7}});
   for (const json& type : info["types"]) {
-    row({{cell(type["type"]), typeWidth},
-         {cell(type["samples"]), -9},
-         {cell(type["first_day"]), 10},
-         {cell(type["last_day"]), 10},
-         {cell(type["days_with_data"]), -6},
-         {cell(type["entered_by_hand"]), -7}});
+    printRow(out, {{cellText(type["type"]), typeWidth},
+                   {cellText(type["samples"]), -9},
+                   {cellText(type["first_day"]), 10},
+                   {cellText(type["last_day"]), 10},
+                   {cellText(type["days_with_data"]), -6},
+                   {cellText(type["entered_by_hand"]), -7}});
   }
-  out << "\n";
+}
+
+void printSources(const json& info, std::ostream& out) {
   int nameWidth = 6;
   int idWidth = 17;
   for (const json& source : info["sources"]) {
     nameWidth = std::max(nameWidth, displayWidth(source["name"]));
     idWidth = std::max(idWidth, displayWidth(source["bundle_identifier"]));
   }
-  row({{"Source", nameWidth},
-       {"Bundle identifier", idWidth},
-       {"Samples", -9},
-       {"Sleep read", 10},
-       {"Day-sum place", -13}});
+  printRow(out, {{"Source", nameWidth},
+                 {"Bundle identifier", idWidth},
+                 {"Samples", -9},
+                 {"Sleep read", 10},
+                 {"Day-sum place", -13}});
   for (const json& source : info["sources"]) {
     std::uint64_t samples = 0;
     for (const auto& [type, count] : source["samples"].items()) {
       samples += count.get<std::uint64_t>();
     }
-    row({{cell(source["name"]), nameWidth},
-         {cell(source["bundle_identifier"]), idWidth},
-         {std::to_string(samples), -9},
-         {source["sleep_rules_read_it"].get<bool>() ? "yes" : "no", 10},
-         {cell(source["day_sum_place"]), -13}});
-  }
-  if (!info["left_out_by_the_rules"].empty()) {
-    out << "\nLeft out by the library's rules:\n";
-    for (const json& left : info["left_out_by_the_rules"]) {
-      out << "  " << left["records"] << " " << cell(left["type"]);
-      if (!left["source"].is_null()) {
-        out << " from " << cell(left["source"]) << " (" << cell(left["bundle_identifier"]) << ")";
-      }
-      out << ": " << cell(left["why"]) << "\n";
-    }
+    printRow(out, {{cellText(source["name"]), nameWidth},
+                   {cellText(source["bundle_identifier"]), idWidth},
+                   {std::to_string(samples), -9},
+                   {source["sleep_rules_read_it"].get<bool>() ? "yes" : "no", 10},
+                   {cellText(source["day_sum_place"]), -13}});
   }
 }
 
-}  // namespace
+void printLeftOut(const json& info, std::ostream& out) {
+  if (info["left_out_by_the_rules"].empty()) {
+    return;
+  }
+  out << "\nLeft out by the library's rules:\n";
+  for (const json& left : info["left_out_by_the_rules"]) {
+    out << "  " << left["records"] << " " << cellText(left["type"]);
+    if (!left["source"].is_null()) {
+      out << " from " << cellText(left["source"]) << " (" << cellText(left["bundle_identifier"])
+          << ")";
+    }
+    out << ": " << cellText(left["why"]) << "\n";
+  }
+}
 
-json describeHealthData() {
-  const auto device = platform::Device::current();
-  const auto& database = *device->healthDatabase();
-  LocalDays days(device->timeZone());
+// The text form: the same facts as the JSON, as aligned columns.
+void printText(const json& info, std::ostream& out) {
+  const json& period = info["period"];
+  out << "Period: " << cellText(period["first_day"]) << " to " << cellText(period["last_day"])
+      << " (" << info["time_zone"].get<std::string>() << "), " << period["samples"] << " samples\n";
+  const json& me = info["characteristics"];
+  out << "Date of birth: " << cellText(me["date_of_birth"])
+      << ", biological sex: " << cellText(me["biological_sex"]) << "\n\n";
+  printTypes(info, out);
+  out << "\n";
+  printSources(info, out);
+  printLeftOut(info, out);
+}
 
+// What the samples of every type say: counts and days by type and by source, and what the
+// summaries' rules leave out.
+struct Tally {
   std::map<std::string, TypeStats> types;
   std::map<SourceKey, std::map<std::string, std::uint64_t>> sources;
   std::map<LeftOut, std::uint64_t> leftOut;
   std::set<std::int64_t> allDays;
   std::uint64_t total = 0;
-  const std::string handWhy = "entered by hand: the sleep and physical summaries leave these out";
-  const std::string sourceWhy =
+};
+
+// Why the rules leave a sample out, or nothing when a summary reads it.
+class LeftOutRules {
+ public:
+  explicit LeftOutRules(const platform::OSVersion& version)
+      : version_(version),
+        valueWhy_("sleep values that OS version " + versionText(version) +
+                  " does not know (sleep stages need 16.0: --os-version)") {}
+
+  std::optional<LeftOut> of(const std::string& type, const platform::StoredSample& sample,
+                            const SourceKey& source) const {
+    if (sample.wasUserEntered.value_or(false)) {
+      return readsHandEntries(type) ? std::nullopt : std::optional(LeftOut{type, {}, kHandWhy});
+    }
+    if (type != kSleepType) {
+      return std::nullopt;
+    }
+    if (!SleepAnalysisBuilder::readsSource(source.bundleIdentifier)) {
+      return LeftOut{type, source, kSourceWhy};
+    }
+    if (!SleepAnalysisBuilder::understandsValue(static_cast<std::int64_t>(sample.value),
+                                                version_)) {
+      return LeftOut{type, {}, valueWhy_};
+    }
+    return std::nullopt;
+  }
+
+ private:
+  static constexpr const char* kHandWhy =
+      "entered by hand: the sleep and physical summaries leave these out";
+  static constexpr const char* kSourceWhy =
       "the sleep summary reads only the health store's own sources (bundle identifiers "
       "containing com.apple.health); to count them, map the source to such an identifier at "
       "import (velk import --sources, docs/exports.md)";
-  const std::string valueWhy = "sleep values that OS version " + versionText(device->osVersion()) +
-                               " does not know (sleep stages need 16.0: --os-version)";
+  platform::OSVersion version_;
+  std::string valueWhy_;
+};
 
+Tally tallySamples(const platform::HealthDatabase& database, const std::string& zone,
+                   const platform::OSVersion& version) {
+  Tally tally;
+  LocalDays days(zone);
+  const LeftOutRules rules(version);
   for (const auto& type : database.sampleTypes()) {
-    TypeStats& stats = types[type];
-    const bool sleep = type == kSleepType;
+    TypeStats& stats = tally.types[type];
     // A damaged part is left out here; runInfo reports the database's first failed read.
     const auto read = database.samples(type, std::nullopt, std::nullopt);
     if (read.isFailure()) {
@@ -253,64 +301,79 @@ json describeHealthData() {
       ++stats.samples;
       stats.days.insert(days.dayOf(sample.start));
       const SourceKey source{sample.sourceName.str(), sample.sourceBundleIdentifier.str()};
-      ++sources[source][type];
-      const bool byHand = sample.wasUserEntered.value_or(false);
-      stats.enteredByHand += byHand ? 1 : 0;
-      if (byHand) {
-        if (!readsHandEntries(type)) {
-          ++leftOut[LeftOut{type, {}, handWhy}];
-        }
-      } else if (sleep && !SleepAnalysisBuilder::readsSource(source.bundleIdentifier)) {
-        ++leftOut[LeftOut{type, source, sourceWhy}];
-      } else if (sleep && !SleepAnalysisBuilder::understandsValue(
-                              static_cast<std::int64_t>(sample.value), device->osVersion())) {
-        ++leftOut[LeftOut{type, {}, valueWhy}];
+      ++tally.sources[source][type];
+      stats.enteredByHand += sample.wasUserEntered.value_or(false) ? 1u : 0u;
+      if (auto left = rules.of(type, sample, source)) {
+        ++tally.leftOut[*left];
       }
     }
-    total += stats.samples;
-    allDays.insert(stats.days.begin(), stats.days.end());
+    tally.total += stats.samples;
+    tally.allDays.insert(stats.days.begin(), stats.days.end());
   }
+  return tally;
+}
 
-  json info;
-  info["time_zone"] = device->timeZone();
-  info["period"] = {{"first_day", dayOrNull(allDays, true)},
-                    {"last_day", dayOrNull(allDays, false)},
-                    {"days_with_data", allDays.size()},
-                    {"samples", total}};
-  info["types"] = json::array();
-  for (const auto& [type, stats] : types) {
-    info["types"].push_back({{"type", type},
-                             {"samples", stats.samples},
-                             {"first_day", dayOrNull(stats.days, true)},
-                             {"last_day", dayOrNull(stats.days, false)},
-                             {"days_with_data", stats.days.size()},
-                             {"entered_by_hand", stats.enteredByHand}});
+json typesJson(const Tally& tally) {
+  json types = json::array();
+  for (const auto& [type, stats] : tally.types) {
+    types.push_back({{"type", type},
+                     {"samples", stats.samples},
+                     {"first_day", dayOrNull(stats.days, true)},
+                     {"last_day", dayOrNull(stats.days, false)},
+                     {"days_with_data", stats.days.size()},
+                     {"entered_by_hand", stats.enteredByHand}});
   }
+  return types;
+}
+
+json sourcesJson(const Tally& tally, const platform::SourcePriority& priority) {
   std::set<std::string> identifiers;
-  for (const auto& [source, counts] : sources) {
+  for (const auto& [source, counts] : tally.sources) {
     identifiers.insert(source.bundleIdentifier);
   }
-  const auto places = daySumPlaces(identifiers, database.sourcePriority());
-  info["sources"] = json::array();
-  for (const auto& [source, counts] : sources) {
-    info["sources"].push_back(
+  const auto places = daySumPlaces(identifiers, priority);
+  json sources = json::array();
+  for (const auto& [source, counts] : tally.sources) {
+    sources.push_back(
         {{"name", source.name},
          {"bundle_identifier", source.bundleIdentifier},
          {"samples", counts},
          {"sleep_rules_read_it", SleepAnalysisBuilder::readsSource(source.bundleIdentifier)},
          {"day_sum_place", places.at(source.bundleIdentifier)}});
   }
-  info["characteristics"] = characteristicsOf(database.characteristics());
-  info["left_out_by_the_rules"] = json::array();
-  for (const auto& [left, count] : leftOut) {
+  return sources;
+}
+
+json leftOutJson(const Tally& tally) {
+  json leftOut = json::array();
+  for (const auto& [left, count] : tally.leftOut) {
     const bool bySource = !left.source.bundleIdentifier.empty();
-    info["left_out_by_the_rules"].push_back(
+    leftOut.push_back(
         {{"type", left.type},
          {"records", count},
          {"source", bySource ? json(left.source.name) : json(nullptr)},
          {"bundle_identifier", bySource ? json(left.source.bundleIdentifier) : json(nullptr)},
          {"why", left.why}});
   }
+  return leftOut;
+}
+
+}  // namespace
+
+json describeHealthData() {
+  const auto device = platform::Device::current();
+  const auto& database = *device->healthDatabase();
+  const Tally tally = tallySamples(database, device->timeZone(), device->osVersion());
+  json info;
+  info["time_zone"] = device->timeZone();
+  info["period"] = {{"first_day", dayOrNull(tally.allDays, true)},
+                    {"last_day", dayOrNull(tally.allDays, false)},
+                    {"days_with_data", tally.allDays.size()},
+                    {"samples", tally.total}};
+  info["types"] = typesJson(tally);
+  info["sources"] = sourcesJson(tally, database.sourcePriority());
+  info["characteristics"] = characteristicsOf(database.characteristics());
+  info["left_out_by_the_rules"] = leftOutJson(tally);
   return info;
 }
 

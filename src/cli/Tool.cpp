@@ -6,6 +6,7 @@
 #include <cstdlib>
 #include <filesystem>
 #include <memory>
+#include <optional>
 #include <sstream>
 #include <string_view>
 #include <utility>
@@ -82,74 +83,91 @@ std::optional<std::string> useDefaultDatabase(GlobalOptions& global) {
   return std::nullopt;
 }
 
-}  // namespace
-
-int runTool(const std::vector<std::string>& arguments, std::ostream& out, std::ostream& err) {
-  CLI::App app("velk: daily sleep, physical and body summaries from health records", "velk");
-  app.require_subcommand(1);
-  app.fallthrough();  // global options may also follow the command
-  GlobalOptions global;
-  addGlobalOptions(app, global);
-
-  auto* lastDate = app.add_subcommand("last-date", "Print the stored last extraction dates");
-
+// The commands' arguments as parsed, and which command was given.
+struct Requests {
   SummaryRequest summary;
-  auto* summaryCommand = app.add_subcommand("summary", "Print summary documents, one per line");
-  summaryCommand->add_option("kind", summary.kinds, "sleep, physical, body or all")
+  TableRequest table;
+  std::string family;
+  std::string exportToImport;
+  std::string infoFormat = "json";
+
+  CLI::App* lastDate = nullptr;
+  CLI::App* summaryCommand = nullptr;
+  CLI::App* permissions = nullptr;
+  CLI::App* import = nullptr;
+  CLI::App* info = nullptr;
+  CLI::App* tableCommand = nullptr;
+  CLI::App* report = nullptr;
+};
+
+void addSummaryCommand(CLI::App& app, Requests& requests) {
+  SummaryRequest& summary = requests.summary;
+  auto* command = app.add_subcommand("summary", "Print summary documents, one per line");
+  command->add_option("kind", summary.kinds, "sleep, physical, body or all")
       ->required()
       ->check(CLI::IsMember({"sleep", "physical", "body", "all"}));
-  auto* date = summaryCommand->add_option("--date", summary.date, "The day, an INSTANT");
-  auto* from = summaryCommand->add_option("--from", summary.from, "First day of a range");
-  auto* to = summaryCommand->add_option("--to", summary.to, "Last day of a range");
-  summaryCommand
-      ->add_option("--at", summary.at, "Local time of day at which each day of a range is asked")
+  auto* date = command->add_option("--date", summary.date, "The day, an INSTANT");
+  auto* from = command->add_option("--from", summary.from, "First day of a range");
+  auto* to = command->add_option("--to", summary.to, "Last day of a range");
+  command->add_option("--at", summary.at, "Local time of day at which each day of a range is asked")
       ->capture_default_str();
-  auto* bare = summaryCommand->add_flag(
+  auto* bare = command->add_flag(
       "--bare", summary.bare,
       "With --from/--to: print the documents alone, without the envelope naming day and kind");
   date->excludes(from)->excludes(to);
   bare->needs(from);
   from->needs(to);
   to->needs(from);
+  requests.summaryCommand = command;
+}
 
-  std::string family;
-  auto* permissions = app.add_subcommand("permissions", "Request read permissions");
-  permissions->add_option("family", family, "all, sleep, physical or body")
-      ->required()
-      ->check(CLI::IsMember({"all", "sleep", "physical", "body"}));
-
-  std::string exportToImport;
-  auto* import = app.add_subcommand(
-      "import",
-      "Import an export into the default database (or --db FILE) for fast repeated extraction");
-  import->add_option("export", exportToImport, "export.zip or its export XML")->required();
-
-  std::string infoFormat = "json";
-  auto* info = app.add_subcommand(
-      "info",
-      "Describe the data: period, types, sources, characteristics, what the rules leave out");
-  info->add_option("--format", infoFormat, "json or text")
-      ->capture_default_str()
-      ->check(CLI::IsMember({"json", "text"}));
-
-  TableRequest tableRequest;
+void addTableCommands(CLI::App& app, Requests& requests) {
+  TableRequest& request = requests.table;
   auto* table = app.add_subcommand("table", "Print one row per day (CSV or NDJSON)");
-  table->add_option("kind", tableRequest.kinds, "sleep, physical, body or all")
+  table->add_option("kind", request.kinds, "sleep, physical, body or all")
       ->required()
       ->check(CLI::IsMember({"sleep", "physical", "body", "all"}));
   auto* report =
       app.add_subcommand("report", "Write an HTML report with charts of a range of days");
-  report->add_option("-o,--output", tableRequest.output, "The HTML file to write")->required();
+  report->add_option("-o,--output", request.output, "The HTML file to write")->required();
   for (auto* command : {table, report}) {
-    command->add_option("--from", tableRequest.from, "First day")->required();
-    command->add_option("--to", tableRequest.to, "Last day")->required();
-    command->add_option("--at", tableRequest.at, "Local time of day at which each day is asked")
+    command->add_option("--from", request.from, "First day")->required();
+    command->add_option("--to", request.to, "Last day")->required();
+    command->add_option("--at", request.at, "Local time of day at which each day is asked")
         ->capture_default_str();
   }
-  table->add_option("--format", tableRequest.format, "csv or ndjson")
+  table->add_option("--format", request.format, "csv or ndjson")
       ->capture_default_str()
       ->check(CLI::IsMember({"csv", "ndjson"}));
+  requests.tableCommand = table;
+  requests.report = report;
+}
 
+void addCommands(CLI::App& app, Requests& requests) {
+  requests.lastDate = app.add_subcommand("last-date", "Print the stored last extraction dates");
+  addSummaryCommand(app, requests);
+  requests.permissions = app.add_subcommand("permissions", "Request read permissions");
+  requests.permissions->add_option("family", requests.family, "all, sleep, physical or body")
+      ->required()
+      ->check(CLI::IsMember({"all", "sleep", "physical", "body"}));
+  requests.import = app.add_subcommand(
+      "import",
+      "Import an export into the default database (or --db FILE) for fast repeated extraction");
+  requests.import->add_option("export", requests.exportToImport, "export.zip or its export XML")
+      ->required();
+  requests.info = app.add_subcommand(
+      "info",
+      "Describe the data: period, types, sources, characteristics, what the rules leave out");
+  requests.info->add_option("--format", requests.infoFormat, "json or text")
+      ->capture_default_str()
+      ->check(CLI::IsMember({"json", "text"}));
+  addTableCommands(app, requests);
+}
+
+// Parses the arguments; an exit status when the run ends here (help, or bad arguments).
+std::optional<int> parseArguments(CLI::App& app, const Requests& requests,
+                                  const std::vector<std::string>& arguments, std::ostream& out,
+                                  std::ostream& err) {
   std::vector<std::string> reversed(arguments.rbegin(), arguments.rend());
   try {
     app.parse(reversed);
@@ -164,59 +182,83 @@ int runTool(const std::vector<std::string>& arguments, std::ostream& out, std::o
     err << "Run velk --help for usage.\n";
     return kExitBadInput;
   }
-  if (summaryCommand->parsed() && !summary.date && !summary.from) {
+  if (requests.summaryCommand->parsed() && !requests.summary.date && !requests.summary.from) {
     err << "velk: summary: give --date INSTANT, or --from DATE --to DATE\n";
     return kExitBadInput;
   }
+  return std::nullopt;
+}
 
+// Makes the device the data options describe; an exit status when it cannot be made.
+std::optional<int> checkDataOptions(const Requests& requests, GlobalOptions& global,
+                                    std::ostream& err) {
+  // The stored dates need no health data; every other command reads it.
+  if (!requests.lastDate->parsed()) {
+    if (auto missing = useDefaultDatabase(global)) {
+      err << "velk: " << *missing << "\n";
+      return kExitBadInput;
+    }
+  }
+  if (global.sourcesPath && !global.exportPath) {
+    err << "velk: --sources applies where an export is read: give it to `velk import` (a "
+           "database keeps the identifiers it was imported with) or use --export\n";
+    return kExitBadInput;
+  }
+  return std::nullopt;
+}
+
+int runCommand(const Requests& requests, GlobalOptions& global, std::ostream& out,
+               std::ostream& err) {
+  if (requests.import->parsed()) {
+    return runImport(requests.exportToImport, global, out, err);
+  }
+  if (auto refused = checkDataOptions(requests, global, err)) {
+    return *refused;
+  }
+  auto device = makeToolDevice(global, err);
+  if (device.isFailure()) {
+    err << "velk: " << device.error().message() << "\n";
+    return kExitBadInput;
+  }
+  platform::DeviceScope scope(device.value());
+  if (requests.lastDate->parsed()) {
+    return runLastDate(out);
+  }
+  if (requests.summaryCommand->parsed()) {
+    return runSummary(requests.summary, out, err);
+  }
+  if (requests.tableCommand->parsed()) {
+    return runTable(requests.table, out, err);
+  }
+  if (requests.report->parsed()) {
+    return runReport(requests.table, out, err);
+  }
+  if (requests.info->parsed()) {
+    return runInfo(requests.infoFormat, out, err);
+  }
+  return runPermissions(requests.family, out, err);
+}
+
+}  // namespace
+
+int runTool(const std::vector<std::string>& arguments, std::ostream& out, std::ostream& err) {
+  CLI::App app("velk: daily sleep, physical and body summaries from health records", "velk");
+  app.require_subcommand(1);
+  app.fallthrough();  // global options may also follow the command
+  GlobalOptions global;
+  addGlobalOptions(app, global);
+  Requests requests;
+  addCommands(app, requests);
+  if (auto status = parseArguments(app, requests, arguments, out, err)) {
+    return *status;
+  }
   global.verbose = global.verbose || debugRequestedByEnvironment();
-
-  const auto run = [&]() -> int {
-    if (import->parsed()) {
-      return runImport(exportToImport, global, out, err);
-    }
-    // The stored dates need no health data; every other command reads it.
-    if (!lastDate->parsed()) {
-      if (auto missing = useDefaultDatabase(global)) {
-        err << "velk: " << *missing << "\n";
-        return kExitBadInput;
-      }
-    }
-    if (global.sourcesPath && !global.exportPath) {
-      err << "velk: --sources applies where an export is read: give it to `velk import` (a "
-             "database keeps the identifiers it was imported with) or use --export\n";
-      return kExitBadInput;
-    }
-    auto device = makeToolDevice(global, err);
-    if (device.isFailure()) {
-      err << "velk: " << device.error().message() << "\n";
-      return kExitBadInput;
-    }
-    platform::DeviceScope scope(device.value());
-
-    if (lastDate->parsed()) {
-      return runLastDate(out);
-    }
-    if (summaryCommand->parsed()) {
-      return runSummary(summary, out, err);
-    }
-    if (table->parsed()) {
-      return runTable(tableRequest, out, err);
-    }
-    if (report->parsed()) {
-      return runReport(tableRequest, out, err);
-    }
-    if (info->parsed()) {
-      return runInfo(infoFormat, out, err);
-    }
-    return runPermissions(family, out, err);
-  };
 
   // The library's debug output (a day without HRV samples says so) reads like failures to
   // people: it is collected for the whole run and shown only when asked for, after the
   // command's own messages and progress line.
   platform::DebugOutputCapture debugOutput;
-  const int status = run();
+  const int status = runCommand(requests, global, out, err);
   if (global.verbose) {
     printDebugOutput(debugOutput.text(), err);
   }

@@ -322,11 +322,19 @@ Result<std::vector<ImportedHealthDatabase::SharedBlock>> ImportedHealthDatabase:
     const TypeInfo& type, double start, double end) const {
   using Blocks = Result<std::vector<SharedBlock>>;
   std::vector<SharedBlock> blocks;
-  std::vector<std::int64_t> missing;
   const std::lock_guard lock(mutex_);
-  const auto failed = [this] {
-    return Blocks::failure(damage(connection_->connection.lastMessage()));
-  };
+  for (const auto& step :
+       {&ImportedHealthDatabase::addWindowBlocks, &ImportedHealthDatabase::addLongBlocks}) {
+    if (auto added = (this->*step)(type, start, end, blocks); added.isFailure()) {
+      return Blocks::failure(added.error());
+    }
+  }
+  return Blocks::success(std::move(blocks));
+}
+
+Status ImportedHealthDatabase::addWindowBlocks(const TypeInfo& type, double start, double end,
+                                               std::vector<SharedBlock>& blocks) const {
+  std::vector<std::int64_t> missing;
   sqlite::Statement& rows = connection_->windowRows;
   rows.bind(1, type.id);
   rows.bind(2, start - type.longestSpan);
@@ -342,7 +350,7 @@ Result<std::vector<ImportedHealthDatabase::SharedBlock>> ImportedHealthDatabase:
   });
   rows.reset();
   if (!rowsRead) {
-    return failed();
+    return Status::failure(damage(connection_->connection.lastMessage()));
   }
   for (const std::int64_t id : missing) {
     sqlite::Statement& read = connection_->blockAtRow;
@@ -352,14 +360,18 @@ Result<std::vector<ImportedHealthDatabase::SharedBlock>> ImportedHealthDatabase:
                      : Result<SharedBlock>::failure(damage(connection_->connection.lastMessage()));
     read.reset();
     if (block.isFailure()) {
-      return Blocks::failure(block.error());
+      return Status::failure(block.error());
     }
     cacheBlock(id, block.value());
     blocks.push_back(std::move(block).value());
   }
   // A block that ends before the window holds nothing of it.
   std::erase_if(blocks, [start](const SharedBlock& block) { return block->lastEnd < start; });
+  return Status::success();
+}
 
+Status ImportedHealthDatabase::addLongBlocks(const TypeInfo& type, double start, double end,
+                                             std::vector<SharedBlock>& blocks) const {
   sqlite::Statement& longer = connection_->longBlocks;
   longer.bind(1, type.id);
   longer.bind(2, end);
@@ -376,12 +388,12 @@ Result<std::vector<ImportedHealthDatabase::SharedBlock>> ImportedHealthDatabase:
   });
   longer.reset();
   if (flaw) {
-    return Blocks::failure(std::move(*flaw));
+    return Status::failure(std::move(*flaw));
   }
   if (!longRead) {
-    return failed();
+    return Status::failure(damage(connection_->connection.lastMessage()));
   }
-  return Blocks::success(std::move(blocks));
+  return Status::success();
 }
 
 Result<ImportedHealthDatabase::SharedBlock> ImportedHealthDatabase::unpackBlock(

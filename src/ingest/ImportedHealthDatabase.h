@@ -112,6 +112,12 @@ class ImportedHealthDatabase final : public platform::HealthDatabase {
   /// The blocks of `type` that may hold samples of [start, end], each checked, cached ones from
   /// the cache. Called without the mutex held.
   Result<std::vector<SharedBlock>> blocksFor(const TypeInfo& type, double start, double end) const;
+  /// Add the blocks of `type` that start in the window, and its long blocks that reach into it.
+  /// Called with the mutex held.
+  Status addWindowBlocks(const TypeInfo& type, double start, double end,
+                         std::vector<SharedBlock>& blocks) const;
+  Status addLongBlocks(const TypeInfo& type, double start, double end,
+                       std::vector<SharedBlock>& blocks) const;
   /// The block in the current row of `row` (first_start, last_end, sample_count, checksum,
   /// samples), unpacked and checked against its checksum, its size and what an import writes.
   Result<SharedBlock> unpackBlock(const TypeInfo& type, bool isLong, sqlite::Statement& row) const;

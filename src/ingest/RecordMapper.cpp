@@ -401,6 +401,38 @@ std::uint64_t RecordMapper::controlsReplaced() const {
   return tables_->controls;
 }
 
+std::optional<MappedRecord> RecordMapper::setValue(const RecordFields& fields, std::uint32_t type,
+                                                   std::uint32_t unit, ExportRecord& record) {
+  if (batch_.types[type].starts_with(kCategoryPrefix)) {
+    const auto category = categoryValue(fields.value);
+    if (!category) {
+      // Only the sleep analysis is read by a summary: a value lost elsewhere (an event without
+      // one, a value name of a type the table does not know) loses nothing reported.
+      if (batch_.types[type] != kSleepAnalysis) {
+        return MappedRecord{};
+      }
+      return skipped(ExportIssue::unknownCategoryValue, fields.value);
+    }
+    record.kind = SampleKind::category;
+    record.value = static_cast<double>(*category);
+    return std::nullopt;
+  }
+  // The first exports wrote some quantities as statistics of readings (min, max, average,
+  // recordCount) without a value: the average is the value.
+  const auto number =
+      readNumber(fields.value.empty() && !fields.average.empty() ? fields.average : fields.value);
+  if (!number) {
+    return skipped(ExportIssue::nonNumericValue, fields.value);
+  }
+  if (!tables_->isPossible(type, unit, *number)) {
+    return skipped(ExportIssue::impossibleValue, fields.value);
+  }
+  record.kind = SampleKind::quantity;
+  record.value = *number;
+  record.unit = unit;
+  return std::nullopt;
+}
+
 MappedRecord RecordMapper::map(const RecordFields& fields) {
   if (fields.repeated) {
     return skipped(ExportIssue::repeatedAttribute);  // which of the two was meant is unknown
@@ -426,32 +458,8 @@ MappedRecord RecordMapper::map(const RecordFields& fields) {
     return skipped(ExportIssue::malformedXml, "not UTF-8");
   }
   ExportRecord record;
-  if (batch_.types[*type].starts_with(kCategoryPrefix)) {
-    const auto category = categoryValue(fields.value);
-    if (!category) {
-      // Only the sleep analysis is read by a summary: a value lost elsewhere (an event without
-      // one, a value name of a type the table does not know) loses nothing reported.
-      if (batch_.types[*type] != kSleepAnalysis) {
-        return MappedRecord{};
-      }
-      return skipped(ExportIssue::unknownCategoryValue, fields.value);
-    }
-    record.kind = SampleKind::category;
-    record.value = static_cast<double>(*category);
-  } else {
-    // The first exports wrote some quantities as statistics of readings (min, max, average,
-    // recordCount) without a value: the average is the value.
-    const auto number =
-        readNumber(fields.value.empty() && !fields.average.empty() ? fields.average : fields.value);
-    if (!number) {
-      return skipped(ExportIssue::nonNumericValue, fields.value);
-    }
-    if (!tables.isPossible(*type, *unit, *number)) {
-      return skipped(ExportIssue::impossibleValue, fields.value);
-    }
-    record.kind = SampleKind::quantity;
-    record.value = *number;
-    record.unit = *unit;
+  if (auto instead = setValue(fields, *type, *unit, record)) {
+    return *instead;
   }
   record.type = *type;
   record.start = *start;

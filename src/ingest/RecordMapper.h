@@ -66,6 +66,11 @@ class RecordMapper {
 
  private:
   class Tables;
+  /// Sets the kind and value of `record`, of type and unit `type` and `unit`, from `fields`;
+  /// what to return instead when the value cannot be read (skipped, or not read at all).
+  std::optional<MappedRecord> setValue(const RecordFields& fields, std::uint32_t type,
+                                       std::uint32_t unit, ExportRecord& record);
+
   ExportRecordBatch& batch_;
   std::optional<Date> exportDate_;
   std::unique_ptr<Tables> tables_;

@@ -53,6 +53,23 @@ Error openError(const std::string& path, int code, const std::string& why) {
                "cannot open the user defaults at " + path + ": " + why);
 }
 
+// Makes the folder of a store file; an error when the path is a folder itself or its folder
+// cannot be made.
+std::optional<Error> prepareFolder(const std::filesystem::path& path) {
+  const std::string name = path.string();
+  if (std::error_code ignored; std::filesystem::is_directory(path, ignored)) {
+    return openError(name, SQLITE_CANTOPEN, "it is a directory; give a file");
+  }
+  if (path.has_parent_path()) {
+    std::error_code failure;
+    std::filesystem::create_directories(path.parent_path(), failure);
+    if (failure) {
+      return openError(name, SQLITE_CANTOPEN, failure.message());
+    }
+  }
+  return std::nullopt;
+}
+
 }  // namespace
 
 struct UserDefaults::Stored {
@@ -65,15 +82,9 @@ struct UserDefaults::Stored {
 Result<std::shared_ptr<UserDefaults>> UserDefaults::open(const std::filesystem::path& path) {
   const std::string name = path.string();
   using Opened = Result<std::shared_ptr<UserDefaults>>;
-  if (std::error_code ignored;
-      name != kMemoryPath && std::filesystem::is_directory(path, ignored)) {
-    return Opened::failure(openError(name, SQLITE_CANTOPEN, "it is a directory; give a file"));
-  }
-  if (name != kMemoryPath && path.has_parent_path()) {
-    std::error_code failure;
-    std::filesystem::create_directories(path.parent_path(), failure);
-    if (failure) {
-      return Opened::failure(openError(name, SQLITE_CANTOPEN, failure.message()));
+  if (name != kMemoryPath) {
+    if (auto refused = prepareFolder(path)) {
+      return Opened::failure(*refused);
     }
   }
 
