@@ -2,7 +2,10 @@
 
 #include <nlohmann/json.hpp>
 
+#include <signal.h>
+
 #include <algorithm>
+#include <atomic>
 #include <filesystem>
 #include <memory>
 
@@ -169,6 +172,42 @@ int runPermissions(const std::string& family, std::ostream& out, std::ostream& e
   return kExitSuccess;
 }
 
+namespace {
+
+std::atomic<bool> interrupted{false};
+
+extern "C" void noteInterrupt(int) {
+  interrupted.store(true);
+}
+
+// While it lives, Ctrl-C (SIGINT) and SIGTERM ask the import to stop instead of ending the
+// process: the import then removes its unfinished file and the database before it is kept.
+class InterruptsStopTheImport {
+ public:
+  InterruptsStopTheImport() {
+    interrupted.store(false);
+    struct sigaction action {};
+    action.sa_handler = noteInterrupt;
+    sigemptyset(&action.sa_mask);
+    sigaction(SIGINT, &action, &previousInterrupt_);
+    sigaction(SIGTERM, &action, &previousTerminate_);
+  }
+  ~InterruptsStopTheImport() {
+    sigaction(SIGINT, &previousInterrupt_, nullptr);
+    sigaction(SIGTERM, &previousTerminate_, nullptr);
+  }
+  InterruptsStopTheImport(const InterruptsStopTheImport&) = delete;
+  InterruptsStopTheImport& operator=(const InterruptsStopTheImport&) = delete;
+
+  static bool stopRequested() { return interrupted.load(); }
+
+ private:
+  struct sigaction previousInterrupt_ {};
+  struct sigaction previousTerminate_ {};
+};
+
+}  // namespace
+
 int runImport(const std::string& exportPath, const GlobalOptions& global, std::ostream& out,
               std::ostream& err) {
   // Without --db the default database, which every command without a data source reads.
@@ -191,6 +230,8 @@ int runImport(const std::string& exportPath, const GlobalOptions& global, std::o
     }
     options.sources = std::move(rule).value();
   }
+  const InterruptsStopTheImport interrupts;
+  options.stopRequested = &InterruptsStopTheImport::stopRequested;
   ProgressBar progress(err, ProgressBar::stderrIsTerminal());
   auto imported = ingest::importExport(
       exportPath, databasePath, options,
@@ -198,6 +239,10 @@ int runImport(const std::string& exportPath, const GlobalOptions& global, std::o
   progress.finish();
   if (imported.isFailure()) {
     err << "velk: import: " << imported.error().message() << "\n";
+    if (InterruptsStopTheImport::stopRequested()) {
+      err << "velk: import: " << databasePath << " is as it was before\n";
+      return kExitInterrupted;
+    }
     return kExitBadInput;
   }
   const ingest::ImportSummary& summary = imported.value();

@@ -12,9 +12,10 @@ namespace velk::cli {
 
 enum ExitStatus : int {
   kExitSuccess = 0,
-  kExitFailure = 1,     ///< the tool itself failed (no answer from the library in time)
-  kExitBadInput = 2,    ///< bad usage or bad input
-  kExitErrorResult = 3  ///< the library answered with an error
+  kExitFailure = 1,       ///< the tool itself failed (no answer from the library in time)
+  kExitBadInput = 2,      ///< bad usage or bad input
+  kExitErrorResult = 3,   ///< the library answered with an error
+  kExitInterrupted = 130  ///< stopped by Ctrl-C or SIGTERM, nothing changed (128 + SIGINT)
 };
 
 /// Runs the tool with `arguments` (without the program name).
