@@ -225,8 +225,9 @@ def process_export(path: str, label: str, out: str, tz: Optional[str],
         finally:
             shutil.rmtree(work, ignore_errors=True)
         return dict(_row_of(target), status="done")
-    except (Error, OSError) as error:
-        return dict(row, status="failed", message=str(error))
+    except (Error, OSError, ValueError, KeyError) as error:  # KeyError: a zone nobody knows
+        return dict(row, status="failed", message=f"{type(error).__name__}: {error}"
+                    if not isinstance(error, Error) else str(error))
 
 
 def _row_of(target: pathlib.Path) -> Dict[str, Any]:
