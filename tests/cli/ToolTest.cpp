@@ -168,36 +168,28 @@ TEST_F(ToolTest, AnEmptyNightAndAStoreError) {
   EXPECT_FALSE(std::filesystem::exists(page));
 }
 
-// The physical day leaves out hand entries and the first minutes; the body takes the newest weight
-// in kilograms and the age at the moment asked for; "all" over a range prints the three, one per
-// line, for every day, each asked at noon local time.
-TEST_F(ToolTest, PhysicalBodyAndAllFromStoreFiles) {
-  json samples = {sample(kSteps, "2024-03-07T00:01:00+01:00", "2024-03-07T00:05:00+01:00", 500),
-                  sample(kSteps, "2024-03-07T09:00:00+01:00", "2024-03-07T09:10:00+01:00", 1234.9),
-                  sample(kSteps, "2024-03-07T10:00:00+01:00", "2024-03-07T10:10:00+01:00", 999,
-                         {{"metadata", {{"HKWasUserEntered", true}}}}),
-                  sample("HKQuantityTypeIdentifierBasalEnergyBurned", "2024-03-07T09:00:00+01:00",
-                         "2024-03-07T10:00:00+01:00", 1650)};
-  for (int day = 1; day <= 12; ++day) {
-    const std::string date = "2024-03-" + std::string(day < 10 ? "0" : "") + std::to_string(day);
-    samples.push_back(sample("HKQuantityTypeIdentifierBodyMass", date + "T07:00:00+01:00",
-                             date + "T07:00:00+01:00", 150 + day, {{"unit", "lb"}}));
-  }
-  const json store = {{"date_of_birth", "1990-03-08"}, {"biological_sex", 2}, {"samples", samples}};
-  const ToolRun run = velk(
-      {"--verbose", "--now", "2024-03-07T12:00", "summary", "all", "--date", "2024-03-07T12:00"},
-      store);
+// "all" prints the three documents of a day: here the body's weight is the newest up to the
+// moment asked, in kilograms, and the age counts to that moment. Over a range it prints them one
+// per line for every day, each asked at noon local time.
+TEST_F(ToolTest, AllPrintsTheThreeDocumentsOfADayOrOfEveryDayOfARange) {
+  const auto weight = [](const std::string& day, double pounds) {
+    return sample("HKQuantityTypeIdentifierBodyMass", day + "T07:00:00+01:00",
+                  day + "T07:00:00+01:00", pounds, {{"unit", "lb"}});
+  };
+  const json store = {
+      {"date_of_birth", "1990-03-08"},
+      {"biological_sex", 2},
+      {"samples",
+       {sample(kSteps, "2024-03-07T09:00:00+01:00", "2024-03-07T09:10:00+01:00", 1234.9),
+        weight("2024-03-06", 150), weight("2024-03-07", 157), weight("2024-03-08", 200)}}};
+  const ToolRun run =
+      velk({"--now", "2024-03-07T12:00", "summary", "all", "--date", "2024-03-07T12:00"}, store);
   ASSERT_EQ(run.status, 0) << run.err;
   ASSERT_EQ(run.lines.size(), 3u);
-  const json& day = run.lines[1]["summaries"]["daily_activity_related_data"];
-  EXPECT_EQ(day["distance_data"]["steps_per_day_number"], 1234);
-  // No active energy at all: the calorie result fails as a whole, both keys stay null, and the
-  // failed read is reported on stderr.
-  EXPECT_EQ(day["calories_data"]["calories_basal_metabolic_rate_kilocalories"], nullptr);
-  EXPECT_EQ(day["calories_data"]["calories_net_active_kilocalories"], nullptr);
-  EXPECT_THAT(run.err, HasSubstr("The value of the sum queantity is nil"));
-  EXPECT_FALSE(day.contains("non_structured_data"));
-
+  EXPECT_EQ(run.lines[0]["data_structure"], "sleep_health");
+  EXPECT_EQ(run.lines[1]["summaries"]["daily_activity_related_data"]["distance_data"]
+                     ["steps_per_day_number"],
+            1234);
   const json& body = run.lines[2]["summaries"]["body_data"];
   EXPECT_EQ(body["body"]["weight_kg_number"], 71);  // 157 lb = 71.2 kg, the 7th's weigh-in
   const json& person = body["metadata"]["user_demographics"][0];
@@ -269,21 +261,16 @@ TEST_F(ToolTest, AnImportedExportAnswersAsTheExportItselfAndSurvivesAFailedImpor
   EXPECT_THAT(failed.err, HasSubstr("notes.txt"));
   EXPECT_EQ(from({"--db", database}).lines, fromExport.lines);
 
-  // Records in units their type cannot have, or with values no measurement can have (that the
-  // library could not sum), are left out with a warning, read or imported.
+  // Records in units their type cannot have, or with values no measurement can have, are left
+  // out with a warning, read or imported.
   std::string xml = R"(<?xml version="1.0" encoding="UTF-8"?><HealthData locale="en_US">)";
-  for (const auto& [type, unit, value, hour] : {std::tuple{"StepCount", "count", "100", "09"},
-                                                {"StepCount", "kg", "70", "10"},
-                                                {"StepCount", "bananas", "7", "11"},
-                                                {"StepCount", "count", "9.3e18", "12"},
-                                                {"StepCount", "count", "5e18", "13"},
-                                                {"StepCount", "count", "5e18", "14"},
-                                                {"HeartRate", "count/min", "1e300", "15"},
-                                                {"ActiveEnergyBurned", "kcal", "1e300", "16"}}) {
-    xml += std::string(R"(<Record type="HKQuantityTypeIdentifier)") + type +
-           "\" sourceName=\"iPhone\" unit=\"" + unit + "\" value=\"" + value +
-           "\" startDate=\"2024-03-10 " + hour + ":00:00 +0100\" endDate=\"2024-03-10 " + hour +
-           ":10:00 +0100\"/>";
+  for (const auto& [unit, value, hour] : {std::tuple{"count", "100", "09"},
+                                          {"kg", "70", "10"},
+                                          {"bananas", "7", "11"},
+                                          {"count", "9.3e18", "12"}}) {
+    xml += std::string(R"(<Record type="HKQuantityTypeIdentifierStepCount" sourceName="iPhone" )") +
+           "unit=\"" + unit + "\" value=\"" + value + "\" startDate=\"2024-03-10 " + hour +
+           ":00:00 +0100\" endDate=\"2024-03-10 " + hour + ":10:00 +0100\"/>";
   }
   const std::string path = folder_.write("export.xml", xml + "</HealthData>").string();
   const ToolRun run =
@@ -292,27 +279,19 @@ TEST_F(ToolTest, AnImportedExportAnswersAsTheExportItselfAndSurvivesAFailedImpor
   EXPECT_EQ(run.lines[0]["summaries"]["daily_activity_related_data"]["distance_data"]
                      ["steps_per_day_number"],
             100);
-  EXPECT_THAT(run.err, HasSubstr("2 quantity records name no unit of their type"));
-  EXPECT_THAT(run.err, HasSubstr("5 x quantity records with a value no measurement can have"));
+  EXPECT_THAT(run.err, AllOf(HasSubstr("2 quantity records name no unit of their type"),
+                             HasSubstr("1 x quantity records with a value no measurement")));
 
   const ToolRun units = velk({"import", path, "--db", folder_.file("units.db").string()}, nullptr);
   ASSERT_EQ(units.status, 0) << units.err;
   EXPECT_EQ(units.lines[0]["samples"], 1);
   EXPECT_EQ(units.lines[0]["samples_without_unit"], 2);
-  EXPECT_THAT(units.err, HasSubstr("5 x quantity records with a value no measurement can have"));
-  const ToolRun fromDatabase = velk({"--db", folder_.file("units.db").string(), "summary",
-                                     "physical", "--date", "2024-03-10T12:00"},
-                                    nullptr);
-  ASSERT_EQ(fromDatabase.status, 0) << fromDatabase.err;
-  EXPECT_EQ(fromDatabase.lines, run.lines);
-
-  // A store file is refused whole, naming the sample.
-  const ToolRun huge =
-      velk({"summary", "physical", "--date", "2024-03-10T12:00"},
-           {{"samples", json::array({sample(kSteps, "2024-03-10T08:00:00+01:00",
-                                            "2024-03-10T08:10:00+01:00", 1e20)})}});
-  EXPECT_EQ(huge.status, 2);
-  EXPECT_THAT(huge.err, HasSubstr("samples[0].value: no measurement of " + std::string(kSteps)));
+  EXPECT_THAT(units.err, HasSubstr("1 x quantity records with a value no measurement"));
+  EXPECT_EQ(velk({"--db", folder_.file("units.db").string(), "summary", "physical", "--date",
+                  "2024-03-10T12:00"},
+                 nullptr)
+                .lines,
+            run.lines);
 }
 
 // A database changed after its import, as the damage a disk or a hand does: summary, table and
@@ -388,27 +367,6 @@ TEST_F(ToolTest, SpeaksToPeople) {
   EXPECT_EQ(fromDefault.lines[0]["summaries"]["daily_activity_related_data"]["distance_data"]
                              ["steps_per_day_number"],
             755);
-
-  // Messages say why, and what to do.
-  const std::string sources = folder_.write("sources.json", "{}").string();
-  const std::string folder = folder_.path().string();
-  const std::pair<std::vector<std::string>, std::string> cases[] = {
-      {{"--export", folder_.file("nosuch.zip").string()}, "nosuch.zip: No such file or directory"},
-      {{"--export", folder}, folder + ": it is a directory"},
-      {{"--store", folder}, "it is a directory"},
-      {{"--sources", sources}, "give it to `velk import`"},
-  };
-  for (const auto& [source, part] : cases) {
-    std::vector<std::string> arguments = source;
-    arguments.insert(arguments.end(), day.begin(), day.end());
-    const ToolRun run = velk(arguments, nullptr);
-    EXPECT_EQ(run.status, 2) << part;
-    EXPECT_THAT(run.err, HasSubstr(part));
-  }
-  EXPECT_THAT(velk({"summary", "sleep", "--date", "13/04/2020"}).err,
-              HasSubstr("\"13/04/2020\" is not an INSTANT (give 2024-03-10, 2024-03-10T08:30"));
-  EXPECT_THAT(velk({"summary", "sleep", "--date", "2020-02-30"}).err,
-              HasSubstr("there is no day 2020-02-30"));
 }
 
 // velk info shows what the data holds and what the rules leave out: here another app's night,
@@ -495,17 +453,33 @@ TEST_F(ToolTest, InfoShowsTheDataAndWhatTheRulesLeaveOut) {
             31860);
 }
 
+// Bad input is said on stderr, naming the input and what is wrong, with status 2 and no output.
 TEST_F(ToolTest, BadInputIsReportedOnStderrWithStatusTwo) {
+  const std::string folder = folder_.path().string();
+  const std::string sources = folder_.write("sources.json", "{}").string();
+  const std::vector<std::string> day = {"summary", "physical", "--date", "2024-03-10T12:00"};
   const std::pair<std::vector<std::string>, std::string> cases[] = {
       {{"--tz", "Mars/Olympus", "last-date"}, "Mars/Olympus"},
-      {{"summary", "sleep", "--date", "10/03/2024"}, "10/03/2024"},
+      {{"summary", "sleep", "--date", "13/04/2020"},
+       "\"13/04/2020\" is not an INSTANT (give 2024-03-10, 2024-03-10T08:30"},
+      {{"summary", "sleep", "--date", "2020-02-30"}, "there is no day 2020-02-30"},
       {{"summary", "naps", "--date", "2024-03-10"}, "naps"},
       {{"summary", "sleep"}, "--date"},
       {{"table", "all", "--from", "2024-03-02", "--to", "2024-03-01"}, "--from/--to"},
       {{"table", "all", "--from", "2024-03-02", "--to", "2024-03-03", "--at", "25:00"}, "--at"},
-      {{"report", "--from", "2024-03-01", "--to", "2024-03-02"}, "--output"}};
+      {{"report", "--from", "2024-03-01", "--to", "2024-03-02"}, "--output"},
+      {{"--export", folder_.file("nosuch.zip").string()}, "nosuch.zip: No such file or directory"},
+      {{"--export", folder}, folder + ": it is a directory"},
+      {{"--store", folder}, "it is a directory"},
+      {{"--db", folder}, "is a directory"},
+      {{"--sources", sources}, "give it to `velk import`"}};
   for (const auto& [arguments, part] : cases) {
-    const ToolRun run = velk(arguments);
+    // An option alone is asked for a day; a data source is given no store file beside it.
+    const bool option = arguments.size() == 2 && arguments.front().starts_with("--");
+    std::vector<std::string> all = arguments;
+    all.insert(all.end(), option ? day.begin() : day.end(), day.end());
+    const bool source = option && arguments.front() != "--sources";
+    const ToolRun run = velk(all, source ? json(nullptr) : json::object());
     EXPECT_EQ(run.status, 2) << part;
     EXPECT_THAT(run.err, HasSubstr(part));
     EXPECT_TRUE(run.lines.empty()) << part;
@@ -514,10 +488,6 @@ TEST_F(ToolTest, BadInputIsReportedOnStderrWithStatusTwo) {
                              {{"samples", {{{"type", kSteps}, {"value", "many"}}}}});
   EXPECT_EQ(store.status, 2);
   EXPECT_THAT(store.err, AllOf(HasSubstr("store.json"), HasSubstr("samples[0]")));
-  const ToolRun folder =
-      velk({"--db", folder_.path().string(), "summary", "sleep", "--date", "2024-03-10"}, nullptr);
-  EXPECT_EQ(folder.status, 2);
-  EXPECT_THAT(folder.err, HasSubstr("is a directory"));
 }
 
 }  // namespace

@@ -1,7 +1,9 @@
 """The documents and rows of the package are those of the velk tool, for the bundled sample
 export, over a range of days; an import gives the same as reading the export directly."""
 
+import csv
 import datetime
+import io
 import os
 
 import pytest
@@ -31,9 +33,26 @@ def test_summary_of_one_day_in_any_date_form(sample_device, tool):
         assert sample_device.summary("physical", date) == expected[0], date
 
 
+def as_csv_field(value):
+    """A JSON value of the table as its CSV field."""
+    if value is None:
+        return ""
+    if isinstance(value, bool):
+        return "true" if value else "false"
+    return str(value)
+
+
 def test_table_rows_equal_the_tools_with_python_values(sample_device, tool):
-    expected = tool("--export", str(SAMPLE), "--tz", SAMPLE_ZONE, "--now", NOW, "table", "all",
-                    "--from", "2020-04-09", "--to", "2020-04-18", "--format", "ndjson")
+    arguments = ["--export", str(SAMPLE), "--tz", SAMPLE_ZONE, "--now", NOW, "table", "all",
+                 "--from", "2020-04-09", "--to", "2020-04-18", "--format"]
+    expected = tool(*arguments, "ndjson")
+    # The tool's CSV, under a locale where a careless writer prints 1.234,5, is read back by
+    # Python's csv module to the same values: one header, CRLF record ends.
+    text = tool(*arguments, "csv", raw=True, env={"LANG": "de_DE.UTF-8", "LC_ALL": "de_DE.UTF-8"})
+    assert text.endswith("\r\n") and "\n" not in text.replace("\r\n", "")
+    records = list(csv.reader(io.StringIO(text, newline=""), strict=True))
+    assert records[0] == list(expected[0])
+    assert records[1:] == [[as_csv_field(v) for v in row.values()] for row in expected]
     rows = sample_device.table("2020-04-09", "2020-04-18")
     assert [list(row) for row in rows] == [list(row) for row in expected]
     assert [column.name for column in velk.columns()] == list(rows[0])
