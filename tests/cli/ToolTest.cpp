@@ -1,17 +1,20 @@
-// The tool end to end: a store file in, documents and results out, as a user runs it.
+// The tool end to end: a store file in, documents and results out, as a user runs it; and the
+// pieces it shows the user, the instants it reads and its progress bar.
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
-#include <sqlite3.h>
-#include <nlohmann/json.hpp>
 
+#include <sqlite3.h>
 #include <algorithm>
 #include <cstdlib>
 #include <filesystem>
+#include <nlohmann/json.hpp>
 #include <sstream>
 #include <string>
 #include <tuple>
 #include <vector>
 
+#include "cli/Instant.h"
+#include "cli/ProgressBar.h"
 #include "cli/Tool.h"
 #include "support/TempDir.h"
 #include "velk/DebugOutput.h"
@@ -488,6 +491,82 @@ TEST_F(ToolTest, BadInputIsReportedOnStderrWithStatusTwo) {
                              {{"samples", {{{"type", kSteps}, {"value", "many"}}}}});
   EXPECT_EQ(store.status, 2);
   EXPECT_THAT(store.err, AllOf(HasSubstr("store.json"), HasSubstr("samples[0]")));
+}
+
+double unixSeconds(const std::string& text, const std::string& zone) {
+  const auto moment = parseInstant(text, platform::Calendar(zone));
+  return moment ? moment->timeIntervalSince1970() : -1;
+}
+
+// Offset forms name their moment whatever the zone; local forms are read in the device's zone; a
+// day alone is its local midnight; anything else is no instant.
+TEST(InstantTest, ReadsOffsetAndLocalFormsAndNothingElse) {
+  const std::tuple<const char*, const char*, double> cases[] = {
+      {"2024-03-10T08:30:00+01:00", "Asia/Tokyo", 1710055800},
+      {"2024-03-10T07:30:00Z", "Asia/Tokyo", 1710055800},
+      {"2024-03-10T08:30:00+0100", "UTC", 1710055800},
+      {"2024-03-10T07:30Z", "UTC", 1710055800},
+      {"2024-03-10T07:30:00.25Z", "UTC", 1710055800.25},
+      {"2024-03-10T08:30", "Europe/Berlin", 1710055800},
+      {"2024-03-10T08:30:00", "Europe/Berlin", 1710055800},
+      {"2024-03-10", "Europe/Berlin", 1710025200},
+      // As exports write dates: a space between date and time, an offset without a colon.
+      {"2024-03-10 08:30", "Europe/Berlin", 1710055800},
+      {"2024-03-10 08:30:00 +0100", "Asia/Tokyo", 1710055800},
+      // 02:30 does not exist on the morning the clocks go forward: it is read after the gap.
+      {"2024-03-31T02:30", "Europe/Berlin", 1711848600},
+  };
+  for (const auto& [text, zone, expected] : cases) {
+    EXPECT_EQ(unixSeconds(text, zone), expected) << text << " in " << zone;
+  }
+  for (const char* text :
+       {"", "10/03/2024", "2024-03-10_08:30", "2024-02-30", "2024-03-10T08:30:00+0100x",
+        "2024-13-40", "yesterday", "2024-03-10T25:00"}) {
+    EXPECT_EQ(unixSeconds(text, "UTC"), -1) << text;
+  }
+}
+
+// The bar shows bytes, records, rate and time left (no bar and no estimate for an archive entry of
+// unknown size); it draws only on a terminal and at most ten times a second.
+TEST(ProgressBarTest, RendersProgressAndDrawsOnATerminalAtMostTenTimesASecond) {
+  ingest::ImportProgress progress{145'000'000, 580'000'000, 1'234'567, false};
+  EXPECT_EQ(ProgressBar::render(progress, 2.0),
+            "[######..................]  25%  145.0/580.0 MB  1.2M records  72.5 MB/s  ETA 0:06");
+  progress.bytesRead = progress.totalBytes;
+  progress.finished = true;
+  EXPECT_EQ(
+      ProgressBar::render(progress, 65.0),
+      "[########################] 100%  580.0/580.0 MB  1.2M records  8.9 MB/s  done in 1:05");
+  EXPECT_EQ(ProgressBar::render({2'500'000, 0, 4'200, false}, 0.5),
+            "2.5 MB  4200 records  5.0 MB/s");
+  EXPECT_EQ(ProgressBar::renderDays(250, 1000, 2.0),
+            "[######..................]  25%  250/1000 days  ETA 0:06");
+  EXPECT_EQ(ProgressBar::renderDays(1000, 1000, 8.0),
+            "[########################] 100%  1000/1000 days  done in 0:08");
+
+  auto now = std::chrono::steady_clock::time_point{};
+  const auto clock = [&now] { return now; };
+  std::ostringstream silent;
+  ProgressBar off(silent, false, clock);
+  off.update({1, 10, 1, true});
+  off.finish();
+  EXPECT_EQ(silent.str(), "");
+
+  std::ostringstream out;
+  ProgressBar bar(out, true, clock);
+  for (int i = 0; i < 50; ++i) {  // 50 updates within a quarter second
+    now += std::chrono::milliseconds(5);
+    bar.update({static_cast<std::uint64_t>(i), 100, 0, false});
+  }
+  bar.update({100, 100, 0, true});  // the last one is always drawn
+  now += std::chrono::milliseconds(5);
+  bar.updateDays(10, 10);  // so is the last day
+  bar.finish();
+  const std::string text = out.str();
+  EXPECT_EQ(std::count(text.begin(), text.end(), '\r'), 5);  // at 5, 105 and 205 ms, and both ends
+  EXPECT_NE(text.find("100%"), std::string::npos);
+  EXPECT_NE(text.find("10/10 days  done"), std::string::npos);
+  EXPECT_EQ(text.back(), '\n');
 }
 
 }  // namespace

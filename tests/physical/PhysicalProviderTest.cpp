@@ -286,24 +286,42 @@ TEST(PhysicalProviderTest, DaySumsCoverTheCalendarDayWhateverTheHourAsked) {
                         {9, 8, {{1, 30, 0}, {12, 0, 0}}, 500, 15, 23}});
 }
 
-TEST(HeartRateProviderTest, ExtremesStartFromZeroAndOneThousand) {
-  PhysicalStore store(R"({"samples": [
+// Each kind of heart data is read on its own: heart rate in beats per minute with extremes that
+// start from 0 and 1,000, resting heart rate that may find nothing, HRV that fails with the
+// store's own error. A category sample under a quantity type empties the heart rates (the whole
+// list is unusable) while HRV leaves the odd entry out.
+TEST(HeartRateProviderTest, EachKindIsReadReducedAndFailsOnItsOwn) {
+  PhysicalStore store(R"({
+    "query_errors": {"HKQuantityTypeIdentifierHeartRateVariabilitySDNN": {"code": 6, "message": "Protected health data is inaccessible"}},
+    "samples": [
+      {"type": "HKQuantityTypeIdentifierHeartRate", "start": "2024-03-09T09:00:00Z", "end": "2024-03-09T09:00:00Z", "value": 70, "unit": "count/s"},
       {"type": "HKQuantityTypeIdentifierHeartRate", "start": "2024-03-10T09:00:00Z", "end": "2024-03-10T09:00:00Z", "value": 1200},
       {"type": "HKQuantityTypeIdentifierHeartRate", "start": "2024-03-11T09:00:00Z", "end": "2024-03-11T09:00:00Z", "value": -5},
-      {"type": "HKQuantityTypeIdentifierHeartRate", "start": "2024-03-11T10:00:00Z", "end": "2024-03-11T10:00:00Z", "value": -7.5}
+      {"type": "HKQuantityTypeIdentifierHeartRate", "start": "2024-03-11T10:00:00Z", "end": "2024-03-11T10:00:00Z", "value": -7.5},
+      {"type": "HKQuantityTypeIdentifierHeartRate", "start": "2024-03-12T09:00:00Z", "end": "2024-03-12T09:00:00Z", "value": 70},
+      {"type": "HKQuantityTypeIdentifierHeartRate", "kind": "category", "start": "2024-03-12T10:00:00Z", "end": "2024-03-12T10:00:00Z", "value": 1}
     ]})");
-  auto provider = std::make_shared<VelkHeartRateProvider>();
+  auto heartRate = std::make_shared<VelkHeartRateProvider>();
+  const auto rateOn = [&](int day) {
+    return read<VelkHeartRateData>(*heartRate, &VelkHeartRateProvider::getHeartRate,
+                                   utcDate(2024, 3, day, 12));
+  };
+  // Converted to beats per minute; the day has no resting samples.
+  ASSERT_TRUE(rateOn(9).isSuccess());
+  EXPECT_EQ(rateOn(9).value().avgHeartRate, 4200);
+  const auto resting = read<VelkRestingHrData>(
+      *heartRate, &VelkHeartRateProvider::getRestingHeartRate, utcDate(2024, 3, 9, 12));
+  ASSERT_TRUE(resting.isFailure());
+  EXPECT_TRUE(errorIs(resting.error(), AppleHealthErrors::emptySamples));
 
-  const auto high = read<VelkHeartRateData>(*provider, &VelkHeartRateProvider::getHeartRate,
-                                            utcDate(2024, 3, 10, 12));
+  const auto high = rateOn(10);
   ASSERT_TRUE(high.isSuccess());
   EXPECT_EQ(high.value().maxHeartRate, 1200);
   EXPECT_EQ(high.value().minHeartRate, 1000);
   EXPECT_EQ(high.value().avgHeartRate, 1200);
 
   // All values negative: the maximum stays 0, the average truncates toward zero.
-  const auto negative = read<VelkHeartRateData>(*provider, &VelkHeartRateProvider::getHeartRate,
-                                                utcDate(2024, 3, 11, 12));
+  const auto negative = rateOn(11);
   ASSERT_TRUE(negative.isSuccess());
   EXPECT_EQ(negative.value().maxHeartRate, 0);
   EXPECT_EQ(negative.value().minHeartRate, -7);
@@ -312,54 +330,28 @@ TEST(HeartRateProviderTest, ExtremesStartFromZeroAndOneThousand) {
   ASSERT_EQ(negative.value().granular.size(), 2u);
   EXPECT_EQ(negative.value().granular[0].value, -7.5);
   EXPECT_EQ(negative.value().granular[0].startDate, utcDate(2024, 3, 11, 10));
-}
 
-TEST(HeartRateProviderTest, EachKindFailsOnItsOwn) {
-  PhysicalStore store(R"({
-    "query_errors": {"HKQuantityTypeIdentifierHeartRateVariabilitySDNN": {"code": 6, "message": "Protected health data is inaccessible"}},
-    "samples": [
-      {"type": "HKQuantityTypeIdentifierHeartRate", "start": "2024-03-10T09:00:00Z", "end": "2024-03-10T09:00:00Z", "value": 70, "unit": "count/s"}
-    ]})");
-  auto heartRate = std::make_shared<VelkHeartRateProvider>();
-  auto hrv = std::make_shared<VelkHRVProvider>();
-  const Date date = utcDate(2024, 3, 10, 12);
-
-  // Heart rate converts to beats per minute; the day has no resting samples.
-  const auto rate = read<VelkHeartRateData>(*heartRate, &VelkHeartRateProvider::getHeartRate, date);
-  ASSERT_TRUE(rate.isSuccess());
-  EXPECT_EQ(rate.value().avgHeartRate, 4200);
-  const auto resting =
-      read<VelkRestingHrData>(*heartRate, &VelkHeartRateProvider::getRestingHeartRate, date);
-  ASSERT_TRUE(resting.isFailure());
-  EXPECT_TRUE(errorIs(resting.error(), AppleHealthErrors::emptySamples));
+  const auto mixed = rateOn(12);
+  ASSERT_TRUE(mixed.isFailure());
+  EXPECT_TRUE(errorIs(mixed.error(), AppleHealthErrors::emptySamples));
 
   // The store's own error reaches the caller as the same object, each time.
-  const auto first = read<VelkHRVData>(*hrv, &VelkHRVProvider::getHRV, date);
-  const auto second = read<VelkHRVData>(*hrv, &VelkHRVProvider::getHRV, date);
+  auto hrv = std::make_shared<VelkHRVProvider>();
+  const auto first = read<VelkHRVData>(*hrv, &VelkHRVProvider::getHRV, utcDate(2024, 3, 10, 12));
+  const auto second = read<VelkHRVData>(*hrv, &VelkHRVProvider::getHRV, utcDate(2024, 3, 10, 12));
   ASSERT_TRUE(first.isFailure());
   ASSERT_TRUE(second.isFailure());
   EXPECT_EQ(first.error().code(), 6);
   EXPECT_TRUE(first.error().isSameInstance(second.error()));
-}
 
-TEST(HeartRateProviderTest, ASampleOfAnotherKindEmptiesTheHeartRatesWhileHRVSkipsIt) {
-  // A category sample stored under the heart-rate type makes the whole list unusable, so the day
-  // has no heart rate although a 70 bpm sample is there; HRV leaves the odd entry out and
-  // averages the rest.
-  PhysicalStore store(R"({"samples": [
-      {"type": "HKQuantityTypeIdentifierHeartRate", "start": "2024-03-10T09:00:00Z", "end": "2024-03-10T09:00:00Z", "value": 70},
-      {"type": "HKQuantityTypeIdentifierHeartRate", "kind": "category", "start": "2024-03-10T10:00:00Z", "end": "2024-03-10T10:00:00Z", "value": 1},
+  PhysicalStore odd(R"({"samples": [
       {"type": "HKQuantityTypeIdentifierHeartRateVariabilitySDNN", "start": "2024-03-10T03:00:00Z", "end": "2024-03-10T03:00:00Z", "value": 40},
       {"type": "HKQuantityTypeIdentifierHeartRateVariabilitySDNN", "kind": "category", "start": "2024-03-10T04:00:00Z", "end": "2024-03-10T04:00:00Z", "value": 99},
       {"type": "HKQuantityTypeIdentifierHeartRateVariabilitySDNN", "start": "2024-03-10T05:00:00Z", "end": "2024-03-10T05:00:00Z", "value": 45}
     ]})");
-  const Date date = utcDate(2024, 3, 10, 12);
-  auto heartRate = std::make_shared<VelkHeartRateProvider>();
-  const auto rate = read<VelkHeartRateData>(*heartRate, &VelkHeartRateProvider::getHeartRate, date);
-  ASSERT_TRUE(rate.isFailure());
-  EXPECT_TRUE(errorIs(rate.error(), AppleHealthErrors::emptySamples));
-  auto hrv = std::make_shared<VelkHRVProvider>();
-  const auto variability = read<VelkHRVData>(*hrv, &VelkHRVProvider::getHRV, date);
+  hrv = std::make_shared<VelkHRVProvider>();  // on the device of the store above
+  const auto variability =
+      read<VelkHRVData>(*hrv, &VelkHRVProvider::getHRV, utcDate(2024, 3, 10, 12));
   ASSERT_TRUE(variability.isSuccess());
   EXPECT_EQ(variability.value().avgValue, 42.5);  // 99 counted would make it 61.3
 }

@@ -1,15 +1,16 @@
-// The day table against the documents it is read from: the bundled sample export and a store file,
-// every column of every row walked against the value at its key path in that day's document.
+// The day table: its rows against the documents they are read from, and its two text formats.
 #include <gtest/gtest.h>
-#include <nlohmann/json.hpp>
 
 #include <chrono>
 #include <cmath>
 #include <cstdio>
 #include <filesystem>
+#include <locale>
 #include <map>
 #include <mutex>
+#include <nlohmann/json.hpp>
 #include <optional>
+#include <sstream>
 #include <string>
 #include <vector>
 
@@ -20,6 +21,7 @@
 #include "velk/DebugOutput.h"
 #include "velk/Device.h"
 #include "velk/DeviceConfiguration.h"
+#include "velk/TableFormats.h"
 #include "velk/VelkExtractionManager.h"
 
 namespace velk::table {
@@ -273,6 +275,41 @@ TEST(DayTableTest, EmptyCellsWhereAKindHadNoDataAndLocalTimesAcrossDST) {
   ASSERT_TRUE(stopped.isFailure());
   EXPECT_EQ(stopped.error().code(), static_cast<std::int64_t>(TableError::stopped));
   EXPECT_EQ(daysDone, 1u);
+}
+
+// A locale that groups thousands with "." and writes "," as decimal point, as German does.
+struct GermanNumbers : std::numpunct<char> {
+  char do_decimal_point() const override { return ','; }
+  char do_thousands_sep() const override { return '.'; }
+  std::string do_grouping() const override { return "\3"; }
+};
+
+// Quotation by RFC 4180 where a field needs it, CRLF record ends, empty cells empty, numbers and
+// flags the same in any locale; NDJSON keeps the column order and writes empty cells as null.
+TEST(TableFormatsTest, CsvByTheRulesAndNdjsonInColumnOrder) {
+  const auto column = [](std::string_view name, CellType type) {
+    return Column{name, "", type, ColumnSource::day, std::nullopt, ""};
+  };
+  const DayTable table{{column("date", CellType::date), column("steps", CellType::integer),
+                        column("has_sleep", CellType::flag), column("sources", CellType::text)},
+                       {{"2024-03-10", 18000, true, "Apple Health"},
+                        {"2024-03-11", nullptr, false, "Watch, \"Ann's\"\nand phone"}}};
+  std::ostringstream csv;
+  csv.imbue(std::locale(std::locale::classic(), new GermanNumbers));
+  writeCsv(table, csv);
+  EXPECT_EQ(csv.str(),
+            "date,steps,has_sleep,sources\r\n"
+            "2024-03-10,18000,true,Apple Health\r\n"
+            "2024-03-11,,false,\"Watch, \"\"Ann's\"\"\nand phone\"\r\n");
+
+  std::ostringstream ndjson;
+  ndjson.imbue(std::locale(std::locale::classic(), new GermanNumbers));
+  writeNdjson(table, ndjson);
+  EXPECT_EQ(ndjson.str(),
+            "{\"date\":\"2024-03-10\",\"steps\":18000,\"has_sleep\":true,"
+            "\"sources\":\"Apple Health\"}\n"
+            "{\"date\":\"2024-03-11\",\"steps\":null,\"has_sleep\":false,"
+            "\"sources\":\"Watch, \\\"Ann's\\\"\\nand phone\"}\n");
 }
 
 }  // namespace
