@@ -135,22 +135,51 @@ TEST(ImportConcurrencyTest, TwoImportsOfOneDatabaseAtOnceInstallOnlyTheirOwnData
   EXPECT_EQ(unreadable.load(), 0) << "a reader found no whole database while imports ran";
 }
 
-TEST(ImportFaultTest, ACorruptDatabaseIsRefusedAndAnImportReplacesIt) {
+// Files that are no import database (missing, text, an export, someone else's SQLite, ours from
+// another format, ours cut or overwritten) are refused with an error naming the file, or read as
+// far as they can be without breaking; an import then replaces them.
+TEST(ImportFaultTest, AFileThatIsNoImportDatabaseIsRefusedAndAnImportReplacesIt) {
   testing::TempDir dir;
+  const auto expectRefused = [](const std::filesystem::path& path, DatabaseErrorCode code) {
+    const auto opened = ImportedHealthDatabase::open(path);
+    ASSERT_TRUE(opened.isFailure()) << path;
+    EXPECT_EQ(opened.error().domain(), kImportDatabaseErrorDomain);
+    EXPECT_EQ(opened.error().code(), static_cast<std::int64_t>(code));
+    EXPECT_NE(opened.error().message().find(path.string()), std::string::npos);
+  };
+  expectRefused(dir.file("missing.db"), DatabaseErrorCode::cannotOpen);
+  expectRefused(dir.write("text.db", std::string(5000, 'x')), DatabaseErrorCode::notADatabase);
+  expectRefused(testing::realExport("watch5-2020/export.xml"), DatabaseErrorCode::notADatabase);
+  const auto edit = [](const std::filesystem::path& path, const char* sql) {
+    sqlite3* connection = nullptr;
+    sqlite3_open(path.c_str(), &connection);
+    sqlite3_exec(connection, sql, nullptr, nullptr, nullptr);
+    sqlite3_close(connection);
+  };
+  edit(dir.file("other.db"),
+       "CREATE TABLE meta(key, value); INSERT INTO meta VALUES('format','x');");
+  expectRefused(dir.file("other.db"), DatabaseErrorCode::notADatabase);
+
   const auto database = dir.file("health.db");
   ASSERT_TRUE(importExport(dir.write("a.xml", exportOf(100)), database).isSuccess());
   const std::string bytes = readFile(database);
+  for (const char* version : {"1", "99"}) {  // before the checksums, and from a later format
+    edit(database,
+         (std::string("UPDATE meta SET value = '") + version + "' WHERE key = 'version';").c_str());
+    expectRefused(database, DatabaseErrorCode::wrongVersion);
+    EXPECT_THAT(ImportedHealthDatabase::open(database).error().message(),
+                ::testing::HasSubstr("import the export again"));
+  }
   const auto third = bytes.size() / 3;
   for (const auto& damaged :
-       {std::string("not a database at all"), bytes.substr(0, bytes.size() / 2),
+       {bytes.substr(0, bytes.size() / 2),
         bytes.substr(0, 100) + std::string(bytes.size() - 100, '\x5a'),
         bytes.substr(0, third) + std::string(third, '\x5a') + bytes.substr(2 * third)}) {
     dir.write("health.db", damaged);
     const auto opened = ImportedHealthDatabase::open(database);
     if (opened.isSuccess()) {
       // What can be read may be read, as long as nothing breaks.
-      (void)opened.value()->samples("HKQuantityTypeIdentifierStepCount", std::nullopt,
-                                    std::nullopt);
+      (void)opened.value()->samples(kSteps, std::nullopt, std::nullopt);
     } else {
       EXPECT_EQ(opened.error().domain(), kImportDatabaseErrorDomain);
       EXPECT_NE(opened.error().message().find("health.db"), std::string::npos)
@@ -164,7 +193,7 @@ TEST(ImportFaultTest, ACorruptDatabaseIsRefusedAndAnImportReplacesIt) {
 // Bytes changed inside the blocks after the import, a tenth of them, the sizes kept: opening
 // still works (the blocks are read only when asked for), but every query that reads them
 // completes with a database error naming the file, the platform's statistics too, never with
-// what was left of the samples. A database of the format before checksums asks for an import.
+// what was left of the samples.
 TEST(ImportFaultTest, ADamagedBlockFailsTheQueriesThatReadIt) {
   testing::TempDir dir;
   const auto database = dir.file("health.db");
@@ -226,16 +255,7 @@ TEST(ImportFaultTest, ADamagedBlockFailsTheQueriesThatReadIt) {
     EXPECT_EQ(sums.error->message(), read.error().message());
     EXPECT_EQ(opened.value()->firstFailedRead(), read.error());
   }
-
-  // An open database keeps its file locked for reading, so the file is changed once it is closed.
-  ASSERT_EQ(sqlite3_exec(handle, "UPDATE meta SET value = '1' WHERE key = 'version'", nullptr,
-                         nullptr, nullptr),
-            SQLITE_OK);
   sqlite3_close(handle);
-  const auto old = ImportedHealthDatabase::open(database);
-  ASSERT_TRUE(old.isFailure());
-  EXPECT_EQ(old.error().code(), static_cast<std::int64_t>(DatabaseErrorCode::wrongVersion));
-  EXPECT_THAT(old.error().message(), ::testing::HasSubstr("import the export again"));
 }
 
 TEST(ImportFaultTest, ADatabaseLockedByAnotherConnectionStaysWholeForIt) {
@@ -334,11 +354,6 @@ TEST(ImportFaultTest, TwoProcessesWritingOneUserDefaultsStoreLoseNoWrite) {
     }
   }
   EXPECT_EQ(found, 2 * kWrites);
-
-  // A file that is no store is refused and left as it was.
-  const auto other = dir.write("other.sqlite", "some bytes that are no database");
-  EXPECT_TRUE(platform::UserDefaults::open(other).isFailure());
-  EXPECT_EQ(readFile(other), "some bytes that are no database");
 }
 
 }  // namespace

@@ -1,7 +1,6 @@
 // The import database: made from an export, replaced by the next import, kept by a failed one,
 // answering as the in-memory store of the same export, and refusing files that are not one.
 #include <gtest/gtest.h>
-#include <sqlite3.h>
 
 #include <set>
 #include <thread>
@@ -179,35 +178,6 @@ TEST(ImportedDatabaseConcurrencyTest, AnswersEveryWindowAsTheInMemoryStoreOfTheS
     EXPECT_EQ(database->characteristics().dateOfBirth, memory->characteristics().dateOfBirth);
     EXPECT_EQ(database->characteristics().biologicalSex, memory->characteristics().biologicalSex);
   }
-}
-
-TEST(ImportedDatabaseTest, RefusesFilesThatAreNoImportDatabaseWithAClearError) {
-  const testing::TempDir dir;
-  const auto expectRefused = [](const std::filesystem::path& path, DatabaseErrorCode code) {
-    const auto opened = ImportedHealthDatabase::open(path);
-    ASSERT_TRUE(opened.isFailure()) << path;
-    EXPECT_EQ(opened.error().domain(), kImportDatabaseErrorDomain);
-    EXPECT_EQ(opened.error().code(), static_cast<std::int64_t>(code));
-    EXPECT_NE(opened.error().message().find(path.string()), std::string::npos);
-  };
-  expectRefused(dir.file("missing.db"), DatabaseErrorCode::cannotOpen);
-  expectRefused(dir.write("text.db", std::string(5000, 'x')), DatabaseErrorCode::notADatabase);
-  expectRefused(realExport("watch5-2020/export.xml"), DatabaseErrorCode::notADatabase);
-
-  // SQLite, but someone else's; then ours, but from a later format.
-  const auto edit = [](const std::filesystem::path& path, const char* sql) {
-    sqlite3* connection = nullptr;
-    sqlite3_open(path.c_str(), &connection);
-    sqlite3_exec(connection, sql, nullptr, nullptr, nullptr);
-    sqlite3_close(connection);
-  };
-  edit(dir.file("other.db"),
-       "CREATE TABLE meta(key, value); INSERT INTO meta VALUES('format','x');");
-  expectRefused(dir.file("other.db"), DatabaseErrorCode::notADatabase);
-  const auto ours = dir.file("ours.db");
-  ASSERT_TRUE(importExport(realExport("watch5-2020/export.xml"), ours).isSuccess());
-  edit(ours, "UPDATE meta SET value = '99' WHERE key = 'version';");
-  expectRefused(ours, DatabaseErrorCode::wrongVersion);
 }
 
 }  // namespace
