@@ -56,6 +56,14 @@ std::vector<SampleValues> valuesOf(const std::vector<platform::StoredSample>& sa
   return values;
 }
 
+// Runs `sql` on the SQLite file at `path`, as a hand or another program changing it would.
+void execute(const std::filesystem::path& path, const std::string& sql) {
+  sqlite3* connection = nullptr;
+  ASSERT_EQ(sqlite3_open(path.c_str(), &connection), SQLITE_OK);
+  EXPECT_EQ(sqlite3_exec(connection, sql.c_str(), nullptr, nullptr, nullptr), SQLITE_OK) << sql;
+  sqlite3_close(connection);
+}
+
 // One database through its life: made, replaced by a second import, kept by failed ones.
 TEST(ImportTest, ImportingAgainReplacesTheContentAndAFailedImportKeepsTheOldOne) {
   const testing::TempDir dir;
@@ -316,22 +324,16 @@ TEST(ImportFaultTest, AFileThatIsNoImportDatabaseIsRefusedAndAnImportReplacesIt)
   expectRefused(dir.file("missing.db"), DatabaseErrorCode::cannotOpen);
   expectRefused(dir.write("text.db", std::string(5000, 'x')), DatabaseErrorCode::notADatabase);
   expectRefused(testing::realExport("watch5-2020/export.xml"), DatabaseErrorCode::notADatabase);
-  const auto edit = [](const std::filesystem::path& path, const char* sql) {
-    sqlite3* connection = nullptr;
-    sqlite3_open(path.c_str(), &connection);
-    sqlite3_exec(connection, sql, nullptr, nullptr, nullptr);
-    sqlite3_close(connection);
-  };
-  edit(dir.file("other.db"),
-       "CREATE TABLE meta(key, value); INSERT INTO meta VALUES('format','x');");
+  execute(dir.file("other.db"),
+          "CREATE TABLE meta(key, value); INSERT INTO meta VALUES('format','x');");
   expectRefused(dir.file("other.db"), DatabaseErrorCode::notADatabase);
 
   const auto database = dir.file("health.db");
   ASSERT_TRUE(importExport(dir.write("a.xml", exportOf(100)), database).isSuccess());
   const std::string bytes = readFile(database);
   for (const char* version : {"1", "99"}) {  // before the checksums, and from a later format
-    edit(database,
-         (std::string("UPDATE meta SET value = '") + version + "' WHERE key = 'version';").c_str());
+    execute(database,
+            std::string("UPDATE meta SET value = '") + version + "' WHERE key = 'version';");
     expectRefused(database, DatabaseErrorCode::wrongVersion);
     EXPECT_THAT(ImportedHealthDatabase::open(database).error().message(),
                 ::testing::HasSubstr("import the export again"));
@@ -356,7 +358,7 @@ TEST(ImportFaultTest, AFileThatIsNoImportDatabaseIsRefusedAndAnImportReplacesIt)
   EXPECT_EQ(storedSteps(database).size(), 7u);
 }
 
-// Bytes changed inside the blocks after the import, a tenth of them, the sizes kept: opening
+// Bytes changed inside every block after the import, the sizes kept: opening
 // still works (the blocks are read only when asked for), but every query that reads them
 // completes with a database error naming the file, the platform's statistics too, never with
 // what was left of the samples.
@@ -364,34 +366,9 @@ TEST(ImportFaultTest, ADamagedBlockFailsTheQueriesThatReadIt) {
   testing::TempDir dir;
   const auto database = dir.file("health.db");
   ASSERT_TRUE(importExport(dir.write("a.xml", exportOf(500)), database).isSuccess());
-  sqlite3* handle = nullptr;
-  ASSERT_EQ(sqlite3_open(database.c_str(), &handle), SQLITE_OK);
-  {
-    sqlite3_stmt* read = nullptr;
-    sqlite3_stmt* write = nullptr;
-    sqlite3_prepare_v2(handle, "SELECT rowid, samples FROM blocks", -1, &read, nullptr);
-    sqlite3_prepare_v2(handle, "UPDATE blocks SET samples = ?1 WHERE rowid = ?2", -1, &write,
-                       nullptr);
-    std::vector<std::pair<sqlite3_int64, std::string>> blocks;
-    while (sqlite3_step(read) == SQLITE_ROW) {
-      std::string bytes(static_cast<const char*>(sqlite3_column_blob(read, 1)),
-                        static_cast<std::size_t>(sqlite3_column_bytes(read, 1)));
-      for (std::size_t at = 7; at < bytes.size(); at += 10) {
-        bytes[at] = static_cast<char>(bytes[at] ^ 0x5a);
-      }
-      blocks.emplace_back(sqlite3_column_int64(read, 0), std::move(bytes));
-    }
-    ASSERT_FALSE(blocks.empty());
-    for (const auto& [row, bytes] : blocks) {
-      sqlite3_bind_blob(write, 1, bytes.data(), static_cast<int>(bytes.size()), SQLITE_STATIC);
-      sqlite3_bind_int64(write, 2, row);
-      ASSERT_EQ(sqlite3_step(write), SQLITE_DONE);
-      sqlite3_reset(write);
-    }
-    sqlite3_finalize(read);
-    sqlite3_finalize(write);
-  }
-
+  execute(database,
+          "UPDATE blocks SET samples = CAST(substr(samples, 1, 8) || x'deadbeef' || "
+          "substr(samples, 13) AS BLOB)");
   {
     auto opened = ImportedHealthDatabase::open(database);
     ASSERT_TRUE(opened.isSuccess()) << opened.error().message();
@@ -421,7 +398,6 @@ TEST(ImportFaultTest, ADamagedBlockFailsTheQueriesThatReadIt) {
     EXPECT_EQ(sums.error->message(), read.error().message());
     EXPECT_EQ(opened.value()->firstFailedRead(), read.error());
   }
-  sqlite3_close(handle);
 }
 
 TEST(ImportFaultTest, ADatabaseLockedByAnotherConnectionStaysWholeForIt) {
