@@ -3,7 +3,6 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
-#include <sqlite3.h>
 #include <algorithm>
 #include <cstdlib>
 #include <filesystem>
@@ -298,10 +297,7 @@ TEST_F(ToolTest, ADamagedDatabaseFailsEveryCommandThatReadsItNamingTheFile) {
     SCOPED_TRACE(damage);
     const std::string database = folder_.file("damaged.db").string();
     std::filesystem::copy_file(clean, database, std::filesystem::copy_options::overwrite_existing);
-    sqlite3* handle = nullptr;
-    ASSERT_EQ(sqlite3_open(database.c_str(), &handle), SQLITE_OK);
-    ASSERT_EQ(sqlite3_exec(handle, damage, nullptr, nullptr, nullptr), SQLITE_OK);
-    sqlite3_close(handle);
+    testing::executeSql(database, damage);
 
     for (const std::vector<std::string>& command :
          {std::vector<std::string>{"summary", "physical", "--date", "2020-04-13"},

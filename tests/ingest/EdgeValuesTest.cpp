@@ -3,7 +3,6 @@
 // in zones that shift by an hour, by half an hour, north and south of the equator.
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
-#include <sqlite3.h>
 
 #include <cmath>
 
@@ -159,15 +158,12 @@ TEST(EdgeValuesTest, ValuesNoMeasurementCanHaveAreRefusedWhereDataEnters) {
   EXPECT_EQ(imported.value().report.count(ExportIssue::impossibleValue), 7u);
 
   // A value written into the database afterwards fails the read instead of reaching a sum.
-  sqlite3* handle = nullptr;
-  ASSERT_EQ(sqlite3_open(dir.file("huge.db").c_str(), &handle), SQLITE_OK);
   const std::string raise =
       "UPDATE blocks SET samples = CAST(substr(samples, 1, 16) || x'" +
       std::string("00a138149b39ef43") /* 1.8e19, little-endian */ +
       "' || substr(samples, 25) AS BLOB) WHERE type_id = (SELECT id FROM types WHERE "
       "identifier = 'HKQuantityTypeIdentifierStepCount')";
-  ASSERT_EQ(sqlite3_exec(handle, raise.c_str(), nullptr, nullptr, nullptr), SQLITE_OK);
-  sqlite3_close(handle);
+  testing::executeSql(dir.file("huge.db"), raise);
   const auto altered =
       ImportedHealthDatabase::open(dir.file("huge.db"))
           .value()

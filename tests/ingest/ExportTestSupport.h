@@ -118,14 +118,6 @@ inline std::string exportOf(int count, int first = 0) {
   return exportWith(body);
 }
 
-/// The whole of a file (through rdbuf, which the optimised sanitizer builds accept).
-inline std::string readFile(const std::filesystem::path& path) {
-  std::ifstream in(path, std::ios::binary);
-  std::ostringstream bytes;
-  bytes << in.rdbuf();
-  return bytes.str();
-}
-
 /// Writes an archive of (name, contents) entries, deflated; true when it was written.
 inline bool writeZip(const std::filesystem::path& path,
                      const std::vector<std::pair<std::string, std::string>>& entries) {

@@ -56,14 +56,6 @@ std::vector<SampleValues> valuesOf(const std::vector<platform::StoredSample>& sa
   return values;
 }
 
-// Runs `sql` on the SQLite file at `path`, as a hand or another program changing it would.
-void execute(const std::filesystem::path& path, const std::string& sql) {
-  sqlite3* connection = nullptr;
-  ASSERT_EQ(sqlite3_open(path.c_str(), &connection), SQLITE_OK);
-  EXPECT_EQ(sqlite3_exec(connection, sql.c_str(), nullptr, nullptr, nullptr), SQLITE_OK) << sql;
-  sqlite3_close(connection);
-}
-
 // One database through its life: made, replaced by a second import, kept by failed ones.
 TEST(ImportTest, ImportingAgainReplacesTheContentAndAFailedImportKeepsTheOldOne) {
   const testing::TempDir dir;
@@ -324,16 +316,16 @@ TEST(ImportFaultTest, AFileThatIsNoImportDatabaseIsRefusedAndAnImportReplacesIt)
   expectRefused(dir.file("missing.db"), DatabaseErrorCode::cannotOpen);
   expectRefused(dir.write("text.db", std::string(5000, 'x')), DatabaseErrorCode::notADatabase);
   expectRefused(testing::realExport("watch5-2020/export.xml"), DatabaseErrorCode::notADatabase);
-  execute(dir.file("other.db"),
-          "CREATE TABLE meta(key, value); INSERT INTO meta VALUES('format','x');");
+  testing::executeSql(dir.file("other.db"),
+                      "CREATE TABLE meta(key, value); INSERT INTO meta VALUES('format','x');");
   expectRefused(dir.file("other.db"), DatabaseErrorCode::notADatabase);
 
   const auto database = dir.file("health.db");
   ASSERT_TRUE(importExport(dir.write("a.xml", exportOf(100)), database).isSuccess());
   const std::string bytes = readFile(database);
   for (const char* version : {"1", "99"}) {  // before the checksums, and from a later format
-    execute(database,
-            std::string("UPDATE meta SET value = '") + version + "' WHERE key = 'version';");
+    testing::executeSql(
+        database, std::string("UPDATE meta SET value = '") + version + "' WHERE key = 'version';");
     expectRefused(database, DatabaseErrorCode::wrongVersion);
     EXPECT_THAT(ImportedHealthDatabase::open(database).error().message(),
                 ::testing::HasSubstr("import the export again"));
@@ -366,9 +358,9 @@ TEST(ImportFaultTest, ADamagedBlockFailsTheQueriesThatReadIt) {
   testing::TempDir dir;
   const auto database = dir.file("health.db");
   ASSERT_TRUE(importExport(dir.write("a.xml", exportOf(500)), database).isSuccess());
-  execute(database,
-          "UPDATE blocks SET samples = CAST(substr(samples, 1, 8) || x'deadbeef' || "
-          "substr(samples, 13) AS BLOB)");
+  testing::executeSql(database,
+                      "UPDATE blocks SET samples = CAST(substr(samples, 1, 8) || x'deadbeef' || "
+                      "substr(samples, 13) AS BLOB)");
   {
     auto opened = ImportedHealthDatabase::open(database);
     ASSERT_TRUE(opened.isSuccess()) << opened.error().message();

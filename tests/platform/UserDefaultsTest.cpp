@@ -1,11 +1,8 @@
 #include <gtest/gtest.h>
-#include <sqlite3.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
 #include <csignal>
-#include <fstream>
-#include <sstream>
 #include <thread>
 #include <vector>
 
@@ -62,23 +59,13 @@ TEST(UserDefaultsTest, AFileOfAnotherProgramOrUnderAFileIsRefusedAndLeftAlone) {
   TempDir folder;
   // A database of some other program, with a table of the same name but other columns.
   const auto foreign = folder.file("foreign.sqlite");
-  sqlite3* connection = nullptr;
-  ASSERT_EQ(sqlite3_open(foreign.c_str(), &connection), SQLITE_OK);
-  ASSERT_EQ(
-      sqlite3_exec(connection, "CREATE TABLE defaults (name TEXT)", nullptr, nullptr, nullptr),
-      SQLITE_OK);
-  sqlite3_close(connection);
-  const auto contents = [&] {
-    std::ostringstream text;
-    text << std::ifstream(foreign, std::ios::binary).rdbuf();
-    return text.str();
-  };
-  const auto before = contents();
+  velk::testing::executeSql(foreign, "CREATE TABLE defaults (name TEXT)");
+  const auto before = velk::testing::readFile(foreign);
   const auto opened = UserDefaults::open(foreign);
   ASSERT_FALSE(opened.isSuccess());
   EXPECT_EQ(opened.error().domain(), UserDefaults::kErrorDomain);
   EXPECT_NE(opened.error().message().find(foreign.string()), std::string::npos);
-  EXPECT_EQ(contents(), before);
+  EXPECT_EQ(velk::testing::readFile(foreign), before);
   // A parent "folder" that is a file cannot hold the store.
   EXPECT_FALSE(UserDefaults::open(folder.write("blocker", "file") / "defaults.sqlite").isSuccess());
   // A folder given as the store is named as one.

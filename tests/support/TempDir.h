@@ -1,4 +1,5 @@
-// A fresh temporary folder for one test, removed with everything in it when the test ends.
+// A fresh temporary folder for one test, removed with everything in it when the test ends, and
+// the files tests read and change.
 #pragma once
 
 #include <filesystem>
@@ -25,5 +26,12 @@ class TempDir {
 
 /// The path of a file below the source tree (tests read fixtures through this).
 std::filesystem::path sourcePath(const std::string& relative);
+
+/// The whole of a file (through rdbuf, which the optimised sanitizer builds accept).
+std::string readFile(const std::filesystem::path& path);
+
+/// Runs `sql` on the SQLite file at `path`, as a hand or another program changing it would; a
+/// statement that fails fails the test.
+void executeSql(const std::filesystem::path& path, const std::string& sql);
 
 }  // namespace velk::testing
