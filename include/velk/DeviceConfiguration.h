@@ -35,20 +35,21 @@ enum class DeviceConfigurationError : std::int64_t {
 
 Error deviceConfigurationError(DeviceConfigurationError code, std::string message);
 
+/// Every field has a default, so that designated initializers may name only what they change.
 struct DeviceConfiguration {
-  std::string timeZone = "UTC";                    ///< IANA identifier
-  std::string language = "en";                     ///< BCP 47 tag, the one preferred language
-  platform::OSVersion osVersion{};                 ///< decides how sleep stages are read
-  std::optional<Date> now;                         ///< a fixed "now"; absent: the system clock
-  std::optional<std::filesystem::path> statePath;  ///< user defaults; absent: kept in memory
+  std::string timeZone = "UTC";                      ///< IANA identifier
+  std::string language = "en";                       ///< BCP 47 tag, the one preferred language
+  platform::OSVersion osVersion{};                   ///< decides how sleep stages are read
+  std::optional<Date> now{};                         ///< a fixed "now"; absent: the system clock
+  std::optional<std::filesystem::path> statePath{};  ///< user defaults; absent: kept in memory
   // The data source: at most one of the three. None gives an empty store.
-  std::optional<std::filesystem::path> storePath;     ///< a store file (JSON)
-  std::optional<std::filesystem::path> exportPath;    ///< an export (export.zip or export.xml)
-  std::optional<std::filesystem::path> databasePath;  ///< an imported database
-  std::optional<std::filesystem::path> sourcesPath;   ///< source identifier mapping, exports only
+  std::optional<std::filesystem::path> storePath{};     ///< a store file (JSON)
+  std::optional<std::filesystem::path> exportPath{};    ///< an export (export.zip or export.xml)
+  std::optional<std::filesystem::path> databasePath{};  ///< an imported database
+  std::optional<std::filesystem::path> sourcesPath{};   ///< source identifier mapping, exports only
   /// The order in which overlapping sources are trusted in day sums (bundle identifiers, most
   /// trusted first); absent: what the store file says, else the default order.
-  std::optional<std::vector<std::string>> sourcePriority;
+  std::optional<std::vector<std::string>> sourcePriority{};
 };
 
 /// A built device, and what the data source reported on the way (lines about damaged parts of an

@@ -29,29 +29,13 @@ namespace {
 
 using nlohmann::json;
 
-// A device in `zone` over one data source (an export or a store file), installed for the test's
-// scope.
+// A device over one data source (an export or a store file), installed for the test's scope.
 class SourceDevice {
  public:
-  SourceDevice(const std::string& zone, std::optional<Date> now,
-               std::optional<std::filesystem::path> exportPath,
-               std::optional<std::filesystem::path> storePath)
-      : device_(makeDevice(zone, now, std::move(exportPath), std::move(storePath))),
-        scope_(device_) {}
+  explicit SourceDevice(const ingest::DeviceConfiguration& configuration)
+      : device_(ingest::makeConfiguredDevice(configuration).value().device), scope_(device_) {}
 
  private:
-  static std::shared_ptr<platform::Device> makeDevice(
-      const std::string& zone, std::optional<Date> now,
-      std::optional<std::filesystem::path> exportPath,
-      std::optional<std::filesystem::path> storePath) {
-    ingest::DeviceConfiguration configuration;
-    configuration.timeZone = zone;
-    configuration.now = now;
-    configuration.exportPath = std::move(exportPath);
-    configuration.storePath = std::move(storePath);
-    return ingest::makeConfiguredDevice(configuration).value().device;
-  }
-
   std::shared_ptr<platform::Device> device_;
   platform::DeviceScope scope_;
 };
@@ -165,8 +149,8 @@ const std::vector<VelkDataType> kAllKinds = *kindsFromNames({"all"});
 
 TEST(DayTableTest, TheSampleExportsRowsAreItsDocuments) {
   const std::string zone = "Africa/Johannesburg";
-  SourceDevice device(zone, std::nullopt, testing::sourcePath("data/sample/watch5-2020/export.xml"),
-                      std::nullopt);
+  SourceDevice device(
+      {.timeZone = zone, .exportPath = testing::sourcePath("data/sample/watch5-2020/export.xml")});
   platform::DebugOutputCapture quiet;  // the reads that find no weight, every day
   std::vector<std::size_t> progress;
   const auto table = makeDayTable({noon(zone, 2020, 4, 9), noon(zone, 2020, 4, 18)}, kAllKinds,
@@ -214,8 +198,9 @@ TEST(DayTableTest, EmptyCellsWhereAKindHadNoDataAndLocalTimesAcrossDST) {
                         sample("HKQuantityTypeIdentifierBodyMass", "2024-03-20T07:00:00+01:00",
                                "2024-03-20T07:00:00+01:00", 72.6)}}};
   testing::TempDir folder;
-  SourceDevice device(zone, noon(zone, 2024, 4, 2), std::nullopt,
-                      folder.write("store.json", store.dump()));
+  SourceDevice device({.timeZone = zone,
+                       .now = noon(zone, 2024, 4, 2),
+                       .storePath = folder.write("store.json", store.dump())});
   platform::DebugOutputCapture quiet;
   const DayRange range{noon(zone, 2024, 3, 30), noon(zone, 2024, 4, 1)};
   const auto table = makeDayTable(range, kAllKinds);
