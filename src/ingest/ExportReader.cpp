@@ -60,6 +60,7 @@ class BodyCutter {
       : source_(source),
         chunkBytes_(std::max<std::size_t>(chunkBytes, 1)),
         room_(roomFor(source.size())) {
+    pending_.reserve(partCapacity());
     pending_.assign(initial);
   }
 
@@ -141,16 +142,21 @@ class BodyCutter {
                                  sourceSize + 1, kSmallestRoom, kReadBlock));
   }
 
-  // The memory of a parsed part, or new memory with room for a part and the reads that end it.
+  // Room for a part and the reads that end it, so that the bytes never move while they grow.
+  std::size_t partCapacity() const {
+    const auto sourceSize = source_.size();
+    const auto part =
+        sourceSize == 0
+            ? chunkBytes_
+            : static_cast<std::size_t>(std::min<std::uint64_t>(chunkBytes_, sourceSize));
+    return part + 2 * room_;
+  }
+
+  // The memory of a parsed part, or new memory with room for a part.
   Spare takeSpare() {
     if (spare_.empty()) {
       Spare fresh;
-      const auto sourceSize = source_.size();
-      const auto part =
-          sourceSize == 0
-              ? chunkBytes_
-              : static_cast<std::size_t>(std::min<std::uint64_t>(chunkBytes_, sourceSize));
-      fresh.bytes.reserve(part + 2 * room_);
+      fresh.bytes.reserve(partCapacity());
       return fresh;
     }
     auto spare = std::move(spare_.back());
