@@ -15,6 +15,7 @@
 #include "cli/Instant.h"
 #include "cli/ProgressBar.h"
 #include "cli/Tool.h"
+#include "ingest/ExportTestSupport.h"
 #include "support/TempDir.h"
 #include "velk/DebugOutput.h"
 
@@ -356,26 +357,18 @@ TEST_F(ToolTest, SpeaksToPeople) {
 // velk info shows what the data holds and what the rules leave out: here another app's night,
 // which a source mapping at import then counts, summed with the phone's over their overlap.
 TEST_F(ToolTest, InfoShowsTheDataAndWhatTheRulesLeaveOut) {
-  const auto record = [](const std::string& type, const std::string& source,
-                         const std::string& start, const std::string& end,
-                         const std::string& rest) {
-    return " <Record type=\"" + type + "\" sourceName=\"" + source + "\" startDate=\"" + start +
-           "\" endDate=\"" + end + "\" " + rest + "\n";
-  };
-  const std::string inBed = "value=\"HKCategoryValueSleepAnalysisInBed\"/>";
-  const std::string xml =
-      "<HealthData locale=\"en_US\">\n"
+  const std::string xml = testing::exportWith(
       " <Me HKCharacteristicTypeIdentifierDateOfBirth=\"1988-10-29\" "
       "HKCharacteristicTypeIdentifierBiologicalSex=\"HKBiologicalSexFemale\"/>\n" +
-      record(kSleep, "Jane's iPhone", "2024-03-09 23:00:00 +0100", "2024-03-10 07:00:00 +0100",
-             inBed) +
-      record(kSleep, "Connect", "2024-03-09 22:09:00 +0100", "2024-03-10 05:35:26 +0100", inBed) +
-      record(kSteps, "Connect", "2024-03-10 09:00:00 +0100", "2024-03-10 09:10:00 +0100",
-             "unit=\"count\" value=\"700\"/>") +
-      record(kSteps, "Jane's iPhone", "2024-03-11 09:00:00 +0100", "2024-03-11 09:10:00 +0100",
-             "unit=\"count\" value=\"500\"><MetadataEntry key=\"HKWasUserEntered\" "
-             "value=\"1\"/></Record>") +
-      "</HealthData>\n";
+      testing::sleepRecord("InBed", "Jane's iPhone", "2024-03-09 23:00:00 +0100",
+                           "2024-03-10 07:00:00 +0100") +
+      testing::sleepRecord("InBed", "Connect", "2024-03-09 22:09:00 +0100",
+                           "2024-03-10 05:35:26 +0100") +
+      testing::namedRecord("Connect", "700", "2024-03-10 09:00:00 +0100",
+                           "2024-03-10 09:10:00 +0100") +
+      " <Record type=\"HKQuantityTypeIdentifierStepCount\" sourceName=\"Jane's iPhone\" "
+      "unit=\"count\" value=\"500\" startDate=\"2024-03-11 09:00:00 +0100\" endDate=\"2024-03-11 "
+      "09:10:00 +0100\"><MetadataEntry key=\"HKWasUserEntered\" value=\"1\"/></Record>\n");
   const std::string exportPath = folder_.write("export.xml", xml).string();
 
   const ToolRun run = velk({"--export", exportPath, "info"}, nullptr);

@@ -203,14 +203,6 @@ TEST(EdgeValuesTest, DayWindowsFollowTheWallClockOnDaysWithClockChanges) {
     for (int minute = 0; minute < 24 * 60; minute += 15) {
       EXPECT_TRUE(builder.getDate(noon, minute / 60, minute % 60, 0).has_value()) << minute;
     }
-
-    // The sleep window is 24 hours back from noon, whatever the clocks did.
-    const auto window = builder.getPredicate(noon, 12, 0, 0, 24.0);
-    ASSERT_TRUE(window.has_value());
-    const auto bounds = window->dateBounds();
-    ASSERT_TRUE(bounds.start && bounds.end);
-    EXPECT_EQ(*bounds.end, noon);
-    EXPECT_DOUBLE_EQ(bounds.end->timeIntervalSince(*bounds.start), 24 * 3600.0);
   }
   testing::TestDevice kolkata({.timeZone = "Asia/Kolkata"});
   EXPECT_EQ(VelkPredicateBuilder().getDate(utcDate(2024, 3, 31, 12), 0, 0, 0),
