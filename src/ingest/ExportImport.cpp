@@ -65,13 +65,9 @@ class CountingSource final : public ExportSource {
 // kept and reported at the end; after the first one nothing more is written.
 class DatabaseWriter final : public ExportSink {
  public:
-  /// `flushed` is called after each batch of blocks has gone to the file.
   DatabaseWriter(sqlite::Connection& connection, const CountingSource& source,
-                 const ImportProgressHandler& progress, std::function<void()> flushed)
-      : connection_(connection),
-        source_(source),
-        progress_(progress),
-        flushed_(std::move(flushed)) {}
+                 const ImportProgressHandler& progress)
+      : connection_(connection), source_(source), progress_(progress) {}
 
   // The file is written once, front to back, and only its small index is read back: a page
   // cache of 16 pages serves that. SQLite's default of 2 MB kept claiming fresh memory while
@@ -315,9 +311,6 @@ class DatabaseWriter final : public ExportSink {
     }
     open_.clear();
     buffered_ = 0;
-    if (flushed_) {
-      flushed_();
-    }
   }
 
   Status insertRows(std::string_view sql,
@@ -440,7 +433,6 @@ class DatabaseWriter final : public ExportSink {
   sqlite::Connection& connection_;
   const CountingSource& source_;
   const ImportProgressHandler& progress_;
-  std::function<void()> flushed_;
   sqlite::Statement insertBlock_;
   std::optional<Error> failure_;
 
@@ -506,9 +498,7 @@ Result<ImportSummary> importExport(const std::filesystem::path& exportPath,
   ImportSummary summary;
   {
     sqlite::Connection database = std::move(connection).value();
-    // What is written goes to the disk while the import runs: the flush before the new file
-    // takes the old one's place then waits for little (a fifteenth of the import's time before).
-    DatabaseWriter writer(database, source, progress, [&temporary] { temporary.startWriteback(); });
+    DatabaseWriter writer(database, source, progress);
     if (auto prepared = writer.prepare(); prepared.isFailure()) {
       return fail(writeFailure(databasePath, prepared.error()));
     }

@@ -112,13 +112,6 @@ ImportFile::~ImportFile() {
   ::close(descriptor_);
 }
 
-void ImportFile::startWriteback() const {
-#ifdef SYNC_FILE_RANGE_WRITE
-  // Only a hint: should it fail, install() flushes everything all the same.
-  (void)::sync_file_range(descriptor_, 0, 0, SYNC_FILE_RANGE_WRITE);
-#endif
-}
-
 Status ImportFile::install() {
   // Flushed before the rename: a crash right after it must not leave a database whose pages
   // never reached the disk.

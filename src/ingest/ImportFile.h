@@ -30,10 +30,6 @@ class ImportFile {
 
   const std::filesystem::path& path() const { return path_; }
 
-  /// Asks the system to start writing what the file holds so far to the disk, without waiting
-  /// for it: called while the import runs, it leaves install() little to flush.
-  void startWriteback() const;
-
   /// Flushes the finished file to the disk and renames it over the target. On failure the
   /// target is as it was.
   Status install();
