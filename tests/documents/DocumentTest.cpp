@@ -1,21 +1,99 @@
 // Codable documents and their golden files: dates as the encoder writes them, decoding that
 // names the failing key path, and the key tables of the three documents.
 #include <gtest/gtest.h>
+#include <nlohmann/json.hpp>
 
 #include <cstdint>
+#include <fstream>
 #include <functional>
 #include <limits>
+#include <optional>
 #include <string>
+#include <tuple>
+#include <type_traits>
+#include <vector>
 
-#include "DocumentTestSupport.h"
+#include "support/TempDir.h"
+#include "velk/BodyDocument.h"
+#include "velk/Codable.h"
+#include "velk/PhysicalDocument.h"
+#include "velk/SleepDocument.h"
 
 namespace velk {
 namespace {
 
+// Golden files, documents with nothing or everything known, and the metadata of the three
+// documents, which differs only in where it sits.
+/// The parsed contents of tests/documents/golden/<name>.
+nlohmann::json readGolden(const std::string& name) {
+  std::ifstream in(testing::sourcePath("tests/documents/golden/" + name));
+  return nlohmann::json::parse(in, nullptr, /*allow_exceptions=*/false);
+}
+
+VelkSleepMetadata& metadataOf(VelkSleepData& document) {
+  return document.summaries.sleepRelatedData.metadata;
+}
+VelkPhysicalMetadata& metadataOf(VelkPhysicalData& document) {
+  return document.summaries.dailyActivityRelatedData.metadata;
+}
+VelkBodyMetadata& metadataOf(VelkBodyData& document) {
+  return document.summaries.bodyData.metadata;
+}
+
+/// A document as its builder makes it when nothing but the day is known: the metadata says where
+/// the data came from and lists one demographic record that knows nothing; every value is absent.
+template <class Root>
+Root documentWithNothingKnown() {
+  Root document;
+  auto& metadata = metadataOf(document);
+  metadata.datetime = Date::fromReferenceSeconds(731808000.0);  // 2024-03-10T00:00:00Z
+  metadata.sourcesOfData = {"Apple Health"};
+  metadata.userDemographics = {UserDemographic{}};
+  return document;
+}
+
+/// Builds a record with every field present and every value distinct, by walking the same key
+/// tables that the coding walks: optionals are set, lists hold two elements, numbers count up and
+/// every other date carries a fraction of a second. A document filled this way reaches every
+/// record type and every key.
+class RecordFiller {
+ public:
+  template <class T>
+  T make() {
+    T value{};
+    fill(value);
+    return value;
+  }
+
+ private:
+  template <class T>
+  void fill(T& value) {
+    if constexpr (Record<T>) {
+      std::apply([&](const auto&... entries) { (fill(value.*(entries.member)), ...); }, T::fields);
+    } else if constexpr (coding_detail::IsOptional<T>::value) {
+      value.emplace();
+      fill(*value);
+    } else if constexpr (coding_detail::IsVector<T>::value) {
+      value.resize(2);
+      fill(value[0]);
+      fill(value[1]);
+    } else if constexpr (std::is_same_v<T, Date>) {
+      // 2024-03-10T00:00:00Z plus one hour per date, and a quarter second on every other one.
+      const std::int64_t n = ++counter_;
+      const double fraction = n % 2 == 0 ? 0.25 : 0.0;
+      value = Date::fromReferenceSeconds(731808000.0 + 3600.0 * static_cast<double>(n) + fraction);
+    } else if constexpr (std::is_same_v<T, std::int64_t>) {
+      value = ++counter_;
+    } else {
+      static_assert(std::is_same_v<T, std::string>);
+      value = "text " + std::to_string(++counter_);
+    }
+  }
+
+  std::int64_t counter_ = 0;
+};
+
 using nlohmann::json;
-using velk::testing::documentWithNothingKnown;
-using velk::testing::metadataOf;
-using velk::testing::readGolden;
 
 std::string dateText(double seconds) {
   const HrGranularDataBPM datum{Date::fromReferenceSeconds(seconds), 60};
@@ -144,7 +222,7 @@ class DocumentGoldenTest : public ::testing::Test {
 
   static Root filledDocument() {
     Root document;
-    document.summaries = testing::RecordFiller().make<decltype(document.summaries)>();
+    document.summaries = RecordFiller().make<decltype(document.summaries)>();
     return document;
   }
 };
