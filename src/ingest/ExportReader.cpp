@@ -29,6 +29,18 @@ constexpr std::size_t kPrologueStep = std::size_t{64} << 10;
 // this size and are cut before the last "<Record" instead.
 constexpr std::size_t kUncutLimit = std::size_t{64} << 20;
 
+// Where `needle` last starts in `text`, or npos. string_view::rfind compares the needle at every
+// offset from the end; this looks only where its first byte is.
+std::size_t findLast(std::string_view text, std::string_view needle) {
+  for (auto at = text.rfind(needle.front()); at != std::string_view::npos;
+       at = at == 0 ? std::string_view::npos : text.rfind(needle.front(), at - 1)) {
+    if (text.substr(at).starts_with(needle)) {
+      return at;
+    }
+  }
+  return std::string_view::npos;
+}
+
 // The blanks before the first element that starts a line in the body, e.g. " ". The body is
 // not cleaned yet: a forbidden control stands for the space that will replace it.
 std::string learnIndent(std::string_view body) {
@@ -186,7 +198,7 @@ class BodyCutter {
       // No line starts an element here: cut before the last record, or else (a run of blanks,
       // or text that is no export) hand all but the last block on as it is, so that memory
       // stays bounded; a cut inside an element costs that element, with a warning.
-      const auto record = viewOf(pending_).rfind("<Record");
+      const auto record = findLast(viewOf(pending_), "<Record");
       cut_ = record != 0 && record != std::string::npos ? record : pending_.size() - kReadBlock;
     }
     return cut_;
@@ -199,7 +211,7 @@ class BodyCutter {
 
   // The last part ends at </HealthData>; without it the file was cut short.
   void endBody(ExportChunk& chunk) {
-    const auto close = viewOf(chunk.bytes).rfind("</HealthData");
+    const auto close = findLast(viewOf(chunk.bytes), "</HealthData");
     if (close == std::string::npos) {
       truncated_ = true;
       return;
