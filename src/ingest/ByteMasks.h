@@ -6,9 +6,12 @@
 // value is looked for in the same way.
 #pragma once
 
+#include <algorithm>
 #include <bit>
 #include <cstddef>
 #include <cstdint>
+#include <cstring>
+#include <string_view>
 
 #if defined(__SSE2__)
 #include <emmintrin.h>
@@ -25,6 +28,16 @@ struct ControlMasks {
   std::uint64_t lineFeeds = 0;
   std::uint64_t forbidden = 0;
 };
+
+/// The offset of the last `c` in text[0, end), or npos. glibc's memrchr looks at many bytes at a
+/// time; string_view::rfind looks at one.
+inline std::size_t findLastByte(std::string_view text, char c,
+                                std::size_t end = std::string_view::npos) {
+  const auto size = std::min(end, text.size());
+  const void* found = size == 0 ? nullptr : ::memrchr(text.data(), c, size);
+  return found == nullptr ? std::string_view::npos
+                          : static_cast<std::size_t>(static_cast<const char*>(found) - text.data());
+}
 
 namespace bytewise {
 

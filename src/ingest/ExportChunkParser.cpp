@@ -202,8 +202,8 @@ std::size_t nextTopLevelStart(std::string_view text, std::size_t from, std::stri
 }
 
 std::size_t lastTopLevelStart(std::string_view text, std::string_view indent) {
-  for (auto newline = text.rfind('\n'); newline != std::string_view::npos && newline > 0;
-       newline = text.rfind('\n', newline - 1)) {
+  for (auto newline = findLastByte(text, '\n'); newline != std::string_view::npos && newline > 0;
+       newline = findLastByte(text, '\n', newline)) {
     if (startsTopLevelElement(text, newline + 1, indent)) {
       return newline + 1;
     }

@@ -32,8 +32,8 @@ constexpr std::size_t kUncutLimit = std::size_t{64} << 20;
 // Where `needle` last starts in `text`, or npos. string_view::rfind compares the needle at every
 // offset from the end; this looks only where its first byte is.
 std::size_t findLast(std::string_view text, std::string_view needle) {
-  for (auto at = text.rfind(needle.front()); at != std::string_view::npos;
-       at = at == 0 ? std::string_view::npos : text.rfind(needle.front(), at - 1)) {
+  for (auto at = findLastByte(text, needle.front()); at != std::string_view::npos;
+       at = findLastByte(text, needle.front(), at)) {
     if (text.substr(at).starts_with(needle)) {
       return at;
     }
