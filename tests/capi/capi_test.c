@@ -442,61 +442,11 @@ static void test_released_manager(void) {
 
 #define CASE(name) \
   { #name, test_##name }
-/* Values no measurement can have, from a store file and from an export: the store file is refused
- * at open, the export's records are skipped, and the host process lives on to get its summary. */
-#define HOSTILE(type, unit, start, end, value)                                            \
-  " <Record type=\"HKQuantityTypeIdentifier" type "\" sourceName=\"iPhone\" unit=\"" unit \
-  "\" startDate=\"2024-03-10 " start ":00 +0100\" endDate=\"2024-03-10 " end              \
-  ":00 +0100\" value=\"" value "\"/>\n"
-static void test_hostile_values(void) {
-  velk_config* config = velk_config_new();
-  EXPECT_OK(velk_config_set_time_zone(config, "Europe/Berlin"));
-  EXPECT_OK(velk_config_set_fixed_now(config, 731851200.0)); /* 2024-03-10T13:00:00Z */
-  EXPECT_OK(velk_config_set_store_file(
-      config,
-      write_store("huge.json", "{\"samples\": [" SAMPLE("QuantityTypeIdentifierStepCount",
-                                                        "10T09:00", "10T09:30", "1e20") "]}")));
-  velk_device* device = NULL;
-  EXPECT_ERROR(velk_device_open(config, &device), "velk.ingest.store-file", 3,
-               "no measurement of HKQuantityTypeIdentifierStepCount");
-  CHECK(device == NULL);
-
-  EXPECT_OK(velk_config_set_export(
-      config,
-      write_store(
-          "huge.xml",
-          "<?xml version=\"1.0\" encoding=\"UTF-8\"?>\n<HealthData locale=\"en_US\">\n" HOSTILE(
-              "StepCount", "count", "08:00", "08:10", "9.3e18")
-              HOSTILE("StepCount", "count", "08:10", "08:20", "5e18") HOSTILE(
-                  "StepCount", "count", "08:20", "08:30", "5e18") HOSTILE("StepCount", "count",
-                                                                          "09:00", "09:30", "4321")
-                  HOSTILE("HeartRate", "count/min", "09:00", "09:00", "1e300") HOSTILE(
-                      "ActiveEnergyBurned", "kcal", "09:00", "09:30", "1e300") "</HealthData>\n")));
-  EXPECT_OK(velk_device_open(config, &device));
-  velk_config_free(config);
-  if (device == NULL) {
-    return;
-  }
-  velk_manager* manager = NULL;
-  EXPECT_OK(velk_manager_new(device, &manager));
-  double day = 0;
-  EXPECT_OK(velk_device_date(device, 2024, 3, 10, 12, 0, 0, &day));
-  answer physical = {0};
-  EXPECT_OK(velk_get_physical_summary_objc(manager, day, on_summary, &physical));
-  int satisfied = 0;
-  EXPECT_OK(velk_main_queue_run_until(device, answered, &physical, 5000, &satisfied));
-  CHECK(satisfied);
-  CHECK(strstr(physical.json, "\"steps_per_day_number\":4321") != NULL);
-  velk_manager_free(manager);
-  EXPECT_OK(velk_device_close(device));
-}
-
 static const struct {
   const char* name;
   void (*run)(void);
 } cases[] = {CASE(bad_arguments),    CASE(summaries),         CASE(errors_in_callbacks),
-             CASE(device_lifecycle), CASE(main_queue_thread), CASE(released_manager),
-             CASE(hostile_values)};
+             CASE(device_lifecycle), CASE(main_queue_thread), CASE(released_manager)};
 
 int main(int argc, char** argv) {
   main_thread_id = pthread_self();
