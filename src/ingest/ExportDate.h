@@ -5,8 +5,9 @@
 //   "20151107171924+0100"         the compact form of the first exports
 //
 // A "T" in place of the space, "Z" for UTC and offsets written "+01:00" are accepted too, since
-// tools that re-save exports write them; so is a leap second. Birth dates are plain days
-// ("1989-04-24"). Both are read by the platform's ISO 8601 reader (platform/Iso8601.h).
+// tools that re-save exports write them; a leap second (23:59:60) is not, and its record is
+// skipped with a warning. Birth dates are plain days ("1989-04-24"). Both are read by the
+// platform's ISO 8601 reader (platform/Iso8601.h).
 #pragma once
 
 #include <optional>

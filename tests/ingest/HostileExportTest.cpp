@@ -203,6 +203,7 @@ TEST(HostileExportTest, AFileCutAnywhereGivesWhatCameBeforeAndAWarning) {
   ASSERT_GT(whole.size(), 10000u);
   CollectingSink complete;
   ASSERT_TRUE(readText(whole, complete).isSuccess());
+  ASSERT_EQ(complete.records.size(), 5u);
   for (std::size_t cut = 0; cut + 20 < whole.size(); cut += 331) {
     SCOPED_TRACE("cut at byte " + std::to_string(cut));
     CollectingSink sink;
@@ -368,12 +369,6 @@ TEST(HostileArchiveTest, AZipBombIsRefusedAndAnArchiveThatUnderstatesItsSizeStop
 // encrypted export is refused with a message that says so, not as an archive without an export.
 TEST(HostileArchiveTest, TwoExportsClimbingNamesAndEncryptedEntriesAreReadOrRefusedClearly) {
   testing::TempDir dir;
-  const auto valuesOf = [](const std::filesystem::path& path) {
-    CollectingSink sink;
-    const auto report = ExportReader().read(path, sink);
-    EXPECT_TRUE(report.isSuccess()) << report.error().message();
-    return sink.values();
-  };
   const auto two = dir.file("two.zip");
   ASSERT_TRUE(writeZip(two, {{"apple_health_export/export.xml", exportWith(stepRecord(100))},
                              {"other/export.xml", exportWith(stepRecord(999))}}));
@@ -387,7 +382,9 @@ TEST(HostileArchiveTest, TwoExportsClimbingNamesAndEncryptedEntriesAreReadOrRefu
   const auto climbing = dir.file("climbing.zip");
   ASSERT_TRUE(
       writeZip(climbing, {{"../../apple_health_export/export.xml", exportWith(stepRecord(7))}}));
-  EXPECT_EQ(valuesOf(climbing), std::vector<double>{7});
+  CollectingSink sink;
+  ASSERT_TRUE(ExportReader().read(climbing, sink).isSuccess());
+  EXPECT_EQ(sink.values(), std::vector<double>{7});
 
   const auto encrypted = dir.file("encrypted.zip");
   const std::string text = exportWith(stepRecord(5));
