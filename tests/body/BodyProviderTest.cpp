@@ -126,7 +126,7 @@ TEST(BodyProviderTest, NothingReadableStillSucceedsWithAnEmptyDocument) {
   settings.queryErrors.emplace(kHeight, refused);
   TestDevice device({.healthDatabase = database({}, characteristics, settings)});
   auto provider = std::make_shared<VelkBodyProvider>();
-  const Date requested = utcDate(2024, 1, 5);
+  const Date requested = utcDate(2024, 1, 5, 9, 30);
 
   platform::DebugOutputCapture debug;
   const auto document = bodySummary(*provider, device, requested);
@@ -136,28 +136,25 @@ TEST(BodyProviderTest, NothingReadableStillSucceedsWithAnEmptyDocument) {
                 platform::debugDescription(makeError(AppleHealthErrors::sampleTypeNotAvailable)) +
                 "\n" + line);
 
-  const auto json = document.getDictionary();
-  const auto& data = json["summaries"]["body_data"];
-  EXPECT_TRUE(data["body"]["weight_kg_number"].is_null());
-  EXPECT_TRUE(data["body"]["height_cm_number"].is_null());
-  EXPECT_EQ(data["metadata"]["sources_of_data"], nlohmann::json::array({"Apple Health"}));
-  ASSERT_EQ(data["metadata"]["user_demographics"].size(), 1u);
-  for (const auto& [key, value] : data["metadata"]["user_demographics"][0].items()) {
-    EXPECT_TRUE(value.is_null()) << key;
-  }
-  EXPECT_FALSE(data["blood_glucose"]["blood_pressure"].contains("non_structured_data"));
+  // Every value absent; the metadata still names the source and one demographic record.
+  VelkBodyData nothingKnown;
+  auto& metadata = nothingKnown.summaries.bodyData.metadata;
+  metadata.datetime = requested;
+  metadata.sourcesOfData = {"Apple Health"};
+  metadata.userDemographics = {UserDemographic{}};
+  EXPECT_EQ(document.getDictionary(), nothingKnown.getDictionary());
   EXPECT_EQ(storedBodyDate(), requested);
 }
 
 TEST(BodyProviderTest, FailedReadsKeepWhatEarlierRequestsRead) {
   auto store = std::make_shared<SwappableHealthDatabase>(
       database({measurement(kBodyMass, 80.4, "kg", utcDate(2024, 2, 1)),
-                measurement(kHeight, 180, "cm", utcDate(2024, 2, 1))},
+                measurement(kHeight, 1.789, "m", utcDate(2024, 2, 1))},
                bornOn(1980, 1, 1, 2)));
   TestDevice device({.healthDatabase = store});
   auto provider = std::make_shared<VelkBodyProvider>();
   const auto first = bodySummary(*provider, device, utcDate(2024, 3, 1));
-  EXPECT_EQ(first.summaries.bodyData.body.weightKgNumber, 80);
+  EXPECT_EQ(first.summaries.bodyData.body.heightCMNumber, 178);  // 178.9 cm, truncated
 
   // The user has since removed the height and the date of birth, and weights can't be read.
   const Error refused(platform::kHealthKitErrorDomain, 5, "Authorization not determined");
@@ -171,12 +168,13 @@ TEST(BodyProviderTest, FailedReadsKeepWhatEarlierRequestsRead) {
   EXPECT_EQ(debug.text(), platform::debugDescription(refused) + "\n" +
                               platform::debugDescription(refused) + "\n");
   const auto& body = second.summaries.bodyData.body;
-  const auto& user = second.summaries.bodyData.metadata.userDemographics.at(0);
   EXPECT_EQ(body.weightKgNumber, 80);            // read failed: the earlier value stays
   EXPECT_EQ(body.heightCMNumber, std::nullopt);  // read an empty list: replaced
-  EXPECT_EQ(user.gender, "male");                // read failed: stays
-  EXPECT_EQ(user.dateOfBirth, std::nullopt);     // read "none": cleared
-  EXPECT_EQ(user.age, std::nullopt);
+  // The sex read failed and stays, in the gender; the date of birth read "none": cleared, and the
+  // age with it.
+  UserDemographic male;
+  male.gender = "male";
+  EXPECT_EQ(second.summaries.bodyData.metadata.userDemographics, std::vector{male});
 }
 
 TEST(BodyProviderTest, AProviderOrReaderReleasedWhileAReadIsOutNeverCompletes) {

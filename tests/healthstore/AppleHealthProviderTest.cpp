@@ -31,10 +31,10 @@ std::optional<Result<std::int64_t>> daySum(const char* identifier, HKUnit unit, 
       builder.getPredicate(date, 23, 59, 59, 23.9), platform::HKStatisticsOptions::cumulativeSum,
       platform::Calendar::current().dateBySettingHour(0, date).value(),
       platform::DateComponents{{}, {}, 1, {}, {}, {}, {}});
-  testing::Awaited<std::vector<Result<std::int64_t>>> answer;
+  testing::Completions<std::vector<Result<std::int64_t>>> answer;
   const Date start = builder.getDate(date, 0, 0, 0).value();
   const Date end = builder.getDate(date, 23, 59, 59).value();
-  query.initialResultsHandler = [&provider, start, end, unit, set = answer.setter()](
+  query.initialResultsHandler = [&provider, start, end, unit, set = answer.completion()](
                                     const platform::HKStatisticsCollectionQuery& q,
                                     std::optional<platform::HKStatisticsCollection> collection,
                                     std::optional<Error> error) {
@@ -44,7 +44,7 @@ std::optional<Result<std::int64_t>> daySum(const char* identifier, HKUnit unit, 
     set(results);
   };
   provider.healthStore->executeQuery(std::move(query));
-  const auto results = answer.get().value_or(std::vector<Result<std::int64_t>>{});
+  const auto results = answer.wait().value_or(std::vector<Result<std::int64_t>>{});
   EXPECT_EQ(results.size(), 1u) << identifier;
   return results.size() == 1 ? std::optional(results[0]) : std::nullopt;
 }
@@ -52,14 +52,14 @@ std::optional<Result<std::int64_t>> daySum(const char* identifier, HKUnit unit, 
 // The samples of the provider's sample query for steps, or nothing when the query failed.
 std::optional<platform::HKSampleList> steps(std::optional<Date> start,
                                             std::optional<std::int64_t> limit) {
-  testing::Awaited<std::optional<platform::HKSampleList>> answer;
+  testing::Completions<std::optional<platform::HKSampleList>> answer;
   AppleHealthProvider().getSamples(
       *HKObjectType::quantityTypeForIdentifier("HKQuantityTypeIdentifierStepCount"),
       platform::HKQuery::predicateForSamples(start, std::nullopt), limit,
-      [set = answer.setter()](const platform::HKSampleQuery&,
-                              std::optional<platform::HKSampleList> samples,
-                              std::optional<Error> error) { set(error ? std::nullopt : samples); });
-  return answer.get().value_or(std::nullopt);
+      [set = answer.completion()](
+          const platform::HKSampleQuery&, std::optional<platform::HKSampleList> samples,
+          std::optional<Error> error) { set(error ? std::nullopt : samples); });
+  return answer.wait().value_or(std::nullopt);
 }
 
 // Flights fail with a store error, distances answer with nothing at all, stand time is unknown.

@@ -6,7 +6,6 @@
 #include <algorithm>
 #include <atomic>
 #include <chrono>
-#include <cmath>
 #include <limits>
 #include <memory>
 #include <optional>
@@ -16,10 +15,8 @@
 #include <utility>
 #include <vector>
 
-#include "extraction/ExtractionLastDateStorage.h"
 #include "healthstore/AppleHealthErrors.h"
 #include "healthstore/HealthDataType.h"
-#include "platform/InMemoryHealthDatabase.h"
 #include "sleep/SleepRepository.h"
 #include "sleep/SleepTestStore.h"
 #include "support/StoreFixture.h"
@@ -76,7 +73,7 @@ struct FixedBodyOwner final : BodySummaryOwner {
   void getBodySummary(Date, Completion completion) override { completion(answer); }
 };
 
-TEST(ManagerTest, SleepFromAStoreFileInBothFormsAndItsEmptyAndFailedAnswers) {
+TEST(ManagerTest, SleepFromAStoreFileInBothFormsAndItsEmptyAnswer) {
   const Date date = testing::utcDate(2024, 3, 10, 8, 30);
   {
     testing::SleepTestStore store(Json{
@@ -99,21 +96,12 @@ TEST(ManagerTest, SleepFromAStoreFileInBothFormsAndItsEmptyAndFailedAnswers) {
     VelkExtractionManager manager;
     EXPECT_EQ(sleepDictionary(manager, date), Answer(Json::object(), std::nullopt));
   }
-  {
-    testing::SleepTestStore store(
-        Json{{"query_errors",
-              {{"HKCategoryTypeIdentifierSleepAnalysis", {{"code", 6}, {"message", "locked"}}}}}});
-    VelkExtractionManager manager;
-    const Answer answer = sleepDictionary(manager, date);
-    EXPECT_FALSE(answer.first.has_value());
-    ASSERT_TRUE(answer.second.has_value());
-    EXPECT_TRUE(answer.second->isSameInstance(
-        *store.database().queryError("HKCategoryTypeIdentifierSleepAnalysis")));
-  }
 }
 
 TEST(ManagerTest, DictionaryFormsPassErrorsOnAndTurnUnencodableDocumentsIntoEmptyDictionaries) {
-  testing::TestDevice device;
+  testing::SleepTestStore store(
+      Json{{"query_errors",
+            {{"HKCategoryTypeIdentifierSleepAnalysis", {{"code", 6}, {"message", "locked"}}}}}});
   VelkBodyData unencodable;
   unencodable.summaries.bodyData.metadata.datetime =
       Date::fromReferenceSeconds(std::numeric_limits<double>::quiet_NaN());
@@ -122,73 +110,52 @@ TEST(ManagerTest, DictionaryFormsPassErrorsOnAndTurnUnencodableDocumentsIntoEmpt
       {SleepRepository::make(),
        std::make_shared<FixedPhysicalOwner>(Result<VelkPhysicalData>::failure(emptySamples)),
        std::make_shared<FixedBodyOwner>(Result<VelkBodyData>::success(unencodable))});
-  testing::Completions<Answer> physical, body;
+  testing::Completions<Answer> sleep, physical, body;
+  manager.getSleepSummayObjc(Date(), collect(sleep));
   manager.getPhysicalSummaryObjc(Date(), collect(physical));
   manager.getBodySummaryObjc(Date(), collect(body));
 
+  EXPECT_FALSE(sleep.wait()->first.has_value());
+  EXPECT_TRUE(sleep.wait()->second->isSameInstance(
+      *store.database().queryError("HKCategoryTypeIdentifierSleepAnalysis")));
   EXPECT_FALSE(physical.wait()->first.has_value());
   EXPECT_TRUE(physical.wait()->second->isSameInstance(emptySamples));
   EXPECT_EQ(body.wait(), Answer(Json::object(), std::nullopt));
 }
 
-TEST(ManagerTest, BodyInBothFormsOnTheMainQueue) {
-  // 170 lb typed in by hand before the requested moment, 250 lb after it, 160 lb at New Year's eve.
-  TestDevice device({.timeZone = "Europe/Berlin",
-                     .now = utcDate(2024, 6, 15, 12),
-                     .healthDatabase = testing::databaseFromJson(R"({
-    "date_of_birth": "1990-06-15", "biological_sex": 3, "samples": [
-      {"type": "HKQuantityTypeIdentifierBodyMass", "unit": "lb", "value": 170, "start": "2024-03-10T07:00:00Z", "end": "2024-03-10T07:00:00Z", "metadata": {"HKWasUserEntered": true}},
-      {"type": "HKQuantityTypeIdentifierBodyMass", "unit": "lb", "value": 250, "start": "2024-03-10T09:00:00Z", "end": "2024-03-10T09:00:00Z"},
-      {"type": "HKQuantityTypeIdentifierBodyMass", "unit": "lb", "value": 160, "start": "2023-12-31T07:00:00Z", "end": "2023-12-31T07:00:00Z"},
-      {"type": "HKQuantityTypeIdentifierHeight", "unit": "m", "value": 1.789, "start": "2023-01-01T00:00:00Z", "end": "2023-01-01T00:00:00Z"}]})")});
-  VelkExtractionManager manager;
-  const Date requested = utcDate(2024, 3, 10, 8, 30);
-  const Json dictionary = dictionaryOnMainQueue(
-      device, [&](auto done) { manager.getBodySummaryObjc(requested, std::move(done)); });
-  const auto& data = dictionary["summaries"]["body_data"];
-  EXPECT_EQ(data["body"]["weight_kg_number"], 77);   // 170 lb = 77.11 kg; the later 250 lb is out
-  EXPECT_EQ(data["body"]["height_cm_number"], 178);  // 178.9 cm, truncated
-  EXPECT_EQ(data["metadata"]["sources_of_data"], Json::array({"Apple Health"}));
-  const auto& user = data["metadata"]["user_demographics"][0];
-  EXPECT_EQ(user["gender"], "other");
-  EXPECT_TRUE(user["sex"].is_null());
-  EXPECT_EQ(user["date_of_birth"], "1990-06-15");
-  EXPECT_EQ(user["age"], 34);
-  EXPECT_EQ(data["metadata"]["datetime"], requested.timeIntervalSinceReferenceDate());
-
-  const auto typed = testing::answerOnMainQueue<Result<VelkBodyData>>(
-      device.mainQueue(),
-      [&](auto done) { manager.getBodySummary(utcDate(2024, 1, 1), std::move(done)); });
-  ASSERT_TRUE(typed.isSuccess());
-  EXPECT_EQ(typed.value().summaries.bodyData.body.weightKgNumber, 72);  // 160 lb = 72.57 kg
-}
-
-TEST(ManagerTest, PhysicalInBothFormsOnTheMainQueueCarryingEarlierValues) {
-  // Steps on 2024-03-10 (Berlin), heart rate on the 11th only.
+TEST(ManagerTest, BodyAndPhysicalInBothFormsOnTheMainQueueThePhysicalCarryingEarlierValues) {
+  // A weight, and steps on 2024-03-10 (Berlin) only.
   TestDevice device(
       {.timeZone = "Europe/Berlin", .healthDatabase = testing::databaseFromJson(R"({"samples": [
-      {"type": "HKQuantityTypeIdentifierStepCount", "start": "2024-03-10T10:00:00+01:00", "end": "2024-03-10T11:00:00+01:00", "value": 8000.7},
-      {"type": "HKQuantityTypeIdentifierHeartRate", "start": "2024-03-11T10:00:00+01:00", "end": "2024-03-11T10:00:00+01:00", "value": 120}]})")});
+      {"type": "HKQuantityTypeIdentifierBodyMass", "unit": "kg", "value": 70.5, "start": "2024-03-10T07:00:00Z", "end": "2024-03-10T07:00:00Z"},
+      {"type": "HKQuantityTypeIdentifierStepCount", "start": "2024-03-10T10:00:00+01:00", "end": "2024-03-10T11:00:00+01:00", "value": 8000}]})")});
   platform::DebugOutputCapture debugOutput;
   VelkExtractionManager manager;
-  const Date firstDay = device.localDate(2024, 3, 10, 21, 15);
-  const Json dictionary = dictionaryOnMainQueue(
-      device, [&](auto done) { manager.getPhysicalSummaryObjc(firstDay, std::move(done)); });
-  const auto& daily = dictionary["summaries"]["daily_activity_related_data"];
-  EXPECT_EQ(daily["distance_data"]["steps_per_day_number"], 8000);
-  EXPECT_TRUE(daily["heart_rate_data"]["hr_max_bpm"].is_null());
+  const auto physical = [&](Date day) {
+    return testing::answerOnMainQueue<Result<VelkPhysicalData>>(
+        device.mainQueue(), [&](auto done) { manager.getPhysicalSummary(day, std::move(done)); });
+  };
+  ASSERT_TRUE(physical(device.localDate(2024, 3, 10, 21, 15)).isSuccess());
 
-  // The 11th has no steps: the 10th's are kept by the manager's one physical provider.
-  const Date secondDay = device.localDate(2024, 3, 11, 7, 0);
-  const auto typed = testing::answerOnMainQueue<Result<VelkPhysicalData>>(
-      device.mainQueue(),
-      [&](auto done) { manager.getPhysicalSummary(secondDay, std::move(done)); });
+  // The 11th has no steps: the 10th's are kept by the manager's one physical provider, whichever
+  // form asks.
+  const Date day = device.localDate(2024, 3, 11, 7, 0);
+  const Json physicalDictionary = dictionaryOnMainQueue(
+      device, [&](auto done) { manager.getPhysicalSummaryObjc(day, std::move(done)); });
+  const auto typed = physical(day);
   ASSERT_TRUE(typed.isSuccess());
-  const auto& second = typed.value().summaries.dailyActivityRelatedData;
-  EXPECT_EQ(second.distanceData.stepsPerDayNumber, 8000);
-  EXPECT_EQ(second.heartRateData.hrMaxBPM, 120);
-  EXPECT_EQ(second.metadata.datetime, secondDay);
-  EXPECT_EQ(manager.getLastExtractionDate(VelkDataType::physicalSummary), secondDay);
+  EXPECT_EQ(typed.value().summaries.dailyActivityRelatedData.distanceData.stepsPerDayNumber, 8000);
+  EXPECT_EQ(physicalDictionary, typed.value().getDictionary());
+  EXPECT_EQ(manager.getLastExtractionDate(VelkDataType::physicalSummary), day);
+
+  const Json bodyDictionary = dictionaryOnMainQueue(
+      device, [&](auto done) { manager.getBodySummaryObjc(day, std::move(done)); });
+  const auto body = testing::answerOnMainQueue<Result<VelkBodyData>>(
+      device.mainQueue(), [&](auto done) { manager.getBodySummary(day, std::move(done)); });
+  ASSERT_TRUE(body.isSuccess());
+  EXPECT_EQ(body.value().summaries.bodyData.body.weightKgNumber, 70);
+  EXPECT_EQ(body.value().summaries.bodyData.metadata.datetime, day);
+  EXPECT_EQ(bodyDictionary, body.value().getDictionary());
 }
 
 constexpr int kThreads = 6;
@@ -258,8 +225,8 @@ TEST(ManagerLoadConcurrencyTest, ManyThreadsOnOneAndOnSeveralManagersGetEachAnsw
   }
 }
 
-// A manager released while a sleep query waits behind the store's queue drops every answer and
-// stores no date; managers released at any moment while their queries run call nothing twice.
+// A manager released while a sleep query waits behind the store's queue drops every answer;
+// managers released at any moment while their queries run call nothing twice.
 TEST(ManagerConcurrencyTest, ManagersReleasedWithQueriesOutCallNothingTwice) {
   const auto store = testing::databaseFromJson(kStore);
   testing::TestDevice device({.timeZone = "America/Sao_Paulo",
@@ -276,7 +243,6 @@ TEST(ManagerConcurrencyTest, ManagersReleasedWithQueriesOutCallNothingTwice) {
   testing::drainQueue(*store->callbackQueue());
   device.mainQueue().drain();
   EXPECT_EQ(called(counts), 0u);
-  EXPECT_EQ(ExtractionLastDateStorage().readLastDate(VelkDataType::sleepSummary), std::nullopt);
 
   for (int m = 1; m < kManagers; ++m) {
     auto manager = std::make_unique<VelkExtractionManager>();
@@ -294,12 +260,6 @@ TEST(ManagerConcurrencyTest, ManagersReleasedWithQueriesOutCallNothingTwice) {
 
 using Request = void (VelkPermissionExtraction::*)(VelkPermissionExtraction::Completion);
 
-std::shared_ptr<platform::InMemoryHealthDatabase> permissionStore(
-    platform::HealthDatabaseSettings settings = {}) {
-  return std::make_shared<platform::InMemoryHealthDatabase>(
-      std::move(settings), platform::Characteristics{}, std::vector<platform::SampleRecord>{});
-}
-
 struct PermissionAnswer {
   Result<bool> result;
   bool onCallersThread;
@@ -316,7 +276,7 @@ PermissionAnswer ask(Request request) {
 }
 
 TEST(PermissionTest, EachFamilyAsksToReadItsOwnTypesLeavingUnknownOnesOutSilently) {
-  auto database = permissionStore();
+  auto database = testing::databaseFromJson("{}");
   TestDevice device({.healthDatabase = database});
   for (Request request : {&VelkPermissionExtraction::requestAllPermissions,
                           &VelkPermissionExtraction::requestSleepPermissions,
@@ -345,10 +305,8 @@ TEST(PermissionTest, EachFamilyAsksToReadItsOwnTypesLeavingUnknownOnesOutSilentl
     physical.erase(other);
   EXPECT_EQ(asked[2], physical);
 
-  platform::HealthDatabaseSettings settings;
-  settings.unknownTypes = {"HKQuantityTypeIdentifierAppleStandTime",
-                           "HKCategoryTypeIdentifierSleepAnalysis"};
-  auto partial = permissionStore(settings);
+  auto partial = testing::databaseFromJson(R"({"unknown_types":
+      ["HKQuantityTypeIdentifierAppleStandTime", "HKCategoryTypeIdentifierSleepAnalysis"]})");
   TestDevice older({.healthDatabase = partial});
   platform::DebugOutputCapture debug;
   EXPECT_TRUE(ask(&VelkPermissionExtraction::requestPhysicalPermissions).result.isSuccess());
@@ -360,9 +318,7 @@ TEST(PermissionTest, EachFamilyAsksToReadItsOwnTypesLeavingUnknownOnesOutSilentl
 }
 
 TEST(PermissionTest, DeviceWithoutHealthDataFailsAtOnceAndSaysSo) {
-  platform::HealthDatabaseSettings settings;
-  settings.healthDataAvailable = false;
-  auto database = permissionStore(settings);
+  auto database = testing::databaseFromJson(R"({"health_data_available": false})");
   TestDevice device({.healthDatabase = database});
   platform::DebugOutputCapture debug;
 
@@ -377,10 +333,10 @@ TEST(PermissionTest, DeviceWithoutHealthDataFailsAtOnceAndSaysSo) {
 }
 
 TEST(PermissionTest, TheStoresAnswerIsPassedOnInBothForms) {
-  const Error sheetFailed(platform::kHealthKitErrorDomain, 4, "Authorization request failed");
-  platform::HealthDatabaseSettings settings;
-  settings.authorization = {false, sheetFailed};
-  TestDevice device({.healthDatabase = permissionStore(settings)});
+  const auto database = testing::databaseFromJson(R"({"authorization": {"success": false,
+      "error": {"code": 4, "message": "Authorization request failed"}}})");
+  const Error sheetFailed = database->authorizationAnswer().error.value();
+  TestDevice device({.healthDatabase = database});
 
   const auto typed = ask(&VelkPermissionExtraction::requestPhysicalPermissions);
   ASSERT_TRUE(typed.result.isFailure());
@@ -397,8 +353,8 @@ TEST(PermissionTest, TheStoresAnswerIsPassedOnInBothForms) {
   EXPECT_TRUE(error->isSameInstance(sheetFailed));
 
   // A refusal without an error is still an answer, not a failure.
-  settings.authorization = {false, std::nullopt};
-  TestDevice refusing({.healthDatabase = permissionStore(settings)});
+  TestDevice refusing(
+      {.healthDatabase = testing::databaseFromJson(R"({"authorization": {"success": false}})")});
   const auto refused = ask(&VelkPermissionExtraction::requestAllPermissions);
   ASSERT_TRUE(refused.result.isSuccess());
   EXPECT_FALSE(refused.result.value());

@@ -19,17 +19,17 @@ SampleAnswer runSampleQuery(const platform::HKHealthStore& store,
                             const platform::HKObjectType& type,
                             std::optional<platform::NSPredicate> predicate, std::int64_t limit,
                             std::vector<platform::NSSortDescriptor> sort) {
-  Awaited<SampleAnswer> answer;
+  Completions<SampleAnswer> answer;
   const auto caller = std::this_thread::get_id();
   store.executeQuery(platform::HKSampleQuery(
       type, std::move(predicate), limit, std::move(sort),
-      [set = answer.setter(), caller](const platform::HKSampleQuery&,
-                                      std::optional<platform::HKSampleList> samples,
-                                      std::optional<Error> error) {
+      [set = answer.completion(), caller](const platform::HKSampleQuery&,
+                                          std::optional<platform::HKSampleList> samples,
+                                          std::optional<Error> error) {
         set(SampleAnswer{std::move(samples), std::move(error),
                          std::this_thread::get_id() == caller});
       }));
-  auto result = answer.get();
+  auto result = answer.wait();
   if (!result) {
     ADD_FAILURE() << "the sample query never answered";
     return {};
@@ -39,15 +39,15 @@ SampleAnswer runSampleQuery(const platform::HKHealthStore& store,
 
 CollectionAnswer runCollectionQuery(const platform::HKHealthStore& store,
                                     platform::HKStatisticsCollectionQuery query) {
-  Awaited<CollectionAnswer> answer;
-  query.initialResultsHandler = [set = answer.setter()](
+  Completions<CollectionAnswer> answer;
+  query.initialResultsHandler = [set = answer.completion()](
                                     const platform::HKStatisticsCollectionQuery&,
                                     std::optional<platform::HKStatisticsCollection> collection,
                                     std::optional<Error> error) {
     set(CollectionAnswer{std::move(collection), std::move(error)});
   };
   store.executeQuery(std::move(query));
-  auto result = answer.get();
+  auto result = answer.wait();
   if (!result) {
     ADD_FAILURE() << "the statistics query never answered";
     return {};

@@ -55,7 +55,6 @@ class Completions {
       state->arrived.notify_all();
     };
   }
-  auto setter() const { return completion(); }
   /// The first value; nullopt if none arrives within ten seconds.
   std::optional<T> wait() const {
     std::unique_lock lock(state_->mutex);
@@ -65,7 +64,6 @@ class Completions {
     }
     return state_->values.front();
   }
-  std::optional<T> get() const { return wait(); }
   std::vector<T> values() const {
     std::lock_guard lock(state_->mutex);
     return state_->values;
@@ -79,10 +77,6 @@ class Completions {
   };
   std::shared_ptr<State> state_ = std::make_shared<State>();
 };
-
-/// Waits for a value that a completion delivers on another thread.
-template <class T>
-using Awaited = Completions<T>;
 
 /// Starts a request with a completion and waits on this thread for its first answer (throwing,
 /// and so failing the test, when none comes).
