@@ -34,18 +34,16 @@ def sample_device(tmp_path_factory):
 
 @pytest.fixture
 def tool(tmp_path):
-    """Runs the velk tool with its own state file; returns the JSON lines it printed, or its
-    whole output as text with `raw=True`. `env` adds to the environment."""
+    """Runs the velk tool with its own state file; returns the JSON lines it printed."""
     executable = os.environ.get("VELK_TOOL")
     if not executable:
         pytest.skip("VELK_TOOL is not set (ctest sets it)")
 
-    def run(*arguments, raw=False, env=None):
+    def run(*arguments):
         done = subprocess.run(
             [executable, "--state", str(tmp_path / "tool-state.sqlite"), "--language", "en",
-             *arguments], capture_output=True, check=True, env=dict(os.environ, **(env or {})))
-        text = done.stdout.decode("utf-8")  # as written, CRLF and all
-        return text if raw else [json.loads(line) for line in text.splitlines()]
+             *arguments], capture_output=True, check=True)
+        return [json.loads(line) for line in done.stdout.decode("utf-8").splitlines()]
 
     return run
 
