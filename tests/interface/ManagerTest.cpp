@@ -34,7 +34,6 @@ namespace {
 using Json = nlohmann::json;
 using testing::firstAnswer;
 using testing::TestDevice;
-using testing::utcDate;
 using Answer = std::pair<std::optional<Json>, std::optional<Error>>;  // a dictionary form's call
 
 VelkExtractionManager::DictionaryCompletion collect(const testing::Completions<Answer>& answers) {
